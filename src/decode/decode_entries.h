@@ -1,0 +1,11 @@
+// decode_entries.h - places vorn_decode_dict_* in the dispatch table.
+#pragma once
+
+#include "frame/dispatch_scheme.h"
+
+namespace vorn {
+
+// Not served yet: the indexes stay null.
+constexpr void put_decode(KernelTable &) {}
+
+}  // namespace vorn

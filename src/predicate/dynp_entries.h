@@ -1,0 +1,11 @@
+// dynp_entries.h - places the dynamic-prefix compares and their _tz forms in the dispatch table.
+#pragma once
+
+#include "frame/dispatch_scheme.h"
+
+namespace vorn {
+
+// Not served yet: the indexes stay null.
+constexpr void put_dynp(KernelTable &) {}
+
+}  // namespace vorn

@@ -1,0 +1,402 @@
+// Both bit-vector families against a plain model: the element-wise
+// operations with and without counts, in place and not, at every length
+// around 64 and 128 and, for the byte form, at every misalignment; the range
+// setters; the iterators with starts, complements and batches.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "support/test_host.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/asan_interface.h>
+#define VORN_POISON(p, n) __asan_poison_memory_region((p), (n))
+#define VORN_UNPOISON(p, n) __asan_unpoison_memory_region((p), (n))
+#else
+#define VORN_POISON(p, n) ((void)(p), (void)(n))
+#define VORN_UNPOISON(p, n) ((void)(p), (void)(n))
+#endif
+
+namespace {
+
+using namespace vorntest;
+
+// A bit vector placed `offset` bytes into its own allocation, with guard
+// bytes before and behind.  Under AddressSanitizer the guards are poisoned,
+// so a read outside the vector's bytes stops the test.
+class Placed {
+public:
+    Placed(ub8 bytes, unsigned offset, ub1 guard = 0xc3) : bytes_(bytes), offset_(offset) {
+        store_.reset(new ub8[(offset + bytes + kBehind + 7) / 8 + 1]);
+        std::memset(base(), guard, offset + bytes + kBehind);
+        guard_ = guard;
+    }
+    ~Placed() { unpoison(); }
+    ub1 *data() { return base() + offset_; }
+    const ub1 *data() const { return const_cast<Placed *>(this)->data(); }
+    void poison() {
+        VORN_POISON(base(), offset_);
+        VORN_POISON(data() + bytes_, kBehind);
+    }
+    void unpoison() { VORN_UNPOISON(base(), offset_ + bytes_ + kBehind); }
+    bool guards_intact() const {
+        const ub1 *b = reinterpret_cast<const ub1 *>(store_.get());
+        for (ub8 i = 0; i < offset_; ++i)
+            if (b[i] != guard_) return false;
+        for (ub8 i = 0; i < kBehind; ++i)
+            if (data()[bytes_ + i] != guard_) return false;
+        return true;
+    }
+
+private:
+    static constexpr ub8 kBehind = 24;
+    ub1 *base() { return reinterpret_cast<ub1 *>(store_.get()); }
+    std::unique_ptr<ub8[]> store_;
+    ub8 bytes_;
+    unsigned offset_;
+    ub1 guard_ = 0;
+};
+
+struct Family {
+    const char *name;
+    unsigned unit_bytes;  // 1 byte form, 8 word form
+    vorn_bv2_fn and_, or_, xor_, andnot;
+    vorn_bvnot_fn not_;
+    vorn_bv3_fn and3, or3, xor3;
+    vorn_bvpopcnt_fn popcnt;
+    vorn_bvrange_fn set_range, clr_range;
+    vorn_bviter_init_fn init;
+    vorn_bviter_fn iter, iter_clr;
+    vorn_bvones_fn ones;
+    ub8 end;
+};
+
+Family byte_family() {
+    const auto &c = ctx();
+    return {"lbiv", 1, c.vorn_lbivand_dydi, c.vorn_lbivor_dydi, c.vorn_lbivxor_dydi,
+            c.vorn_lbivandnot_dydi, c.vorn_lbivnot_dydi, c.vorn_lbivand3_dydi, c.vorn_lbivor3_dydi,
+            c.vorn_lbivxor3_dydi, c.vorn_lbivpopcnt_dydi, c.vorn_lbivset_range_dydi,
+            c.vorn_lbivclr_range_dydi, c.vorn_lbiv_ictx_ini2_dydi, c.vorn_lbiviter_dydi,
+            c.vorn_lbiviter_clr_dydi, c.vorn_lbivones_dydi, 0xffffffffull};
+}
+
+Family word_family() {
+    const auto &c = ctx();
+    return {"lbiwv", 8, c.vorn_lbiwvand_dydi, c.vorn_lbiwvor_dydi, c.vorn_lbiwvxor_dydi,
+            c.vorn_lbiwvandnot_dydi, c.vorn_lbiwvnot_dydi, c.vorn_lbiwvand3_dydi, c.vorn_lbiwvor3_dydi,
+            c.vorn_lbiwvxor3_dydi, c.vorn_lbiwvpopcnt_dydi, c.vorn_lbiwvset_range_dydi,
+            c.vorn_lbiwvclr_range_dydi, c.vorn_lbiwv_ictx_ini2_dydi, c.vorn_lbiwviter_dydi,
+            c.vorn_lbiwviter_clr_dydi, c.vorn_lbiwvones_dydi, ~0ull};
+}
+
+// The lengths to try: all up to 300, which covers every length around 64 and
+// 128 and their multiples, then a spread of larger ones.
+std::vector<ub8> lengths() {
+    std::vector<ub8> v;
+    for (ub8 n = 0; n <= 300; ++n) v.push_back(n);
+    for (ub8 n : {511, 512, 513, 1000, 1023, 1024, 1025, 2047, 2048, 2049, 3001, 4096, 4159}) v.push_back(n);
+    return v;
+}
+
+ub8 unit_bytes_for(const Family &f, ub8 bits) {
+    return f.unit_bytes == 1 ? (bits + 7) / 8 : (bits + 63) / 64 * 8;
+}
+
+bool bit_of(const ub1 *p, ub8 i) { return (p[i >> 3] >> (i & 7)) & 1; }
+
+using ByteOp = std::function<ub1(ub1, ub1, ub1)>;
+
+struct OpCase {
+    const char *name;
+    int sources;
+    ByteOp model;
+};
+
+const std::vector<OpCase> &op_cases() {
+    static const std::vector<OpCase> cases = {
+        {"and", 2, [](ub1 a, ub1 b, ub1) { return ub1(a & b); }},
+        {"or", 2, [](ub1 a, ub1 b, ub1) { return ub1(a | b); }},
+        {"xor", 2, [](ub1 a, ub1 b, ub1) { return ub1(a ^ b); }},
+        {"andnot", 2, [](ub1 a, ub1 b, ub1) { return ub1(~a & b); }},
+        {"not", 1, [](ub1 a, ub1, ub1) { return ub1(~a); }},
+        {"and3", 3, [](ub1 a, ub1 b, ub1 c) { return ub1(a & b & c); }},
+        {"or3", 3, [](ub1 a, ub1 b, ub1 c) { return ub1(a | b | c); }},
+        {"xor3", 3, [](ub1 a, ub1 b, ub1 c) { return ub1(a ^ b ^ c); }},
+    };
+    return cases;
+}
+
+void call(const Family &f, const OpCase &op, void *dst, ub4 *count, const void *a, const void *b,
+          const void *c, ub8 bits) {
+    const std::string n = op.name;
+    if (n == "and") f.and_(dst, count, a, b, bits);
+    else if (n == "or") f.or_(dst, count, a, b, bits);
+    else if (n == "xor") f.xor_(dst, count, a, b, bits);
+    else if (n == "andnot") f.andnot(dst, count, a, b, bits);
+    else if (n == "not") f.not_(dst, count, a, bits);
+    else if (n == "and3") f.and3(dst, count, a, b, c, bits);
+    else if (n == "or3") f.or3(dst, count, a, b, c, bits);
+    else f.xor3(dst, count, a, b, c, bits);
+}
+
+// One operation at one length and placement against the model.
+void check_op(const Family &f, const OpCase &op, ub8 bits, unsigned mis_dst, unsigned mis_src,
+              bool counting, bool in_place, std::mt19937_64 &rng) {
+    const ub8 bytes = unit_bytes_for(f, bits);
+    Placed a(bytes, mis_src), b(bytes, f.unit_bytes == 1 ? (mis_src + 3) % 16 : (mis_src + 8) % 16),
+        c(bytes, mis_src), dst(bytes, mis_dst, 0x3c);
+    for (ub8 i = 0; i < bytes; ++i) {
+        a.data()[i] = static_cast<ub1>(rng());
+        b.data()[i] = static_cast<ub1>(rng());
+        c.data()[i] = static_cast<ub1>(rng());
+    }
+    std::vector<ub1> want(bytes);
+    for (ub8 i = 0; i < bytes; ++i) want[i] = op.model(a.data()[i], b.data()[i], c.data()[i]);
+    ub8 ones = 0;
+    for (ub8 i = 0; i < bits; ++i) ones += (want[i >> 3] >> (i & 7)) & 1;
+
+    ub1 *out = in_place ? a.data() : dst.data();
+    ub4 count = 0xdeadbeef;
+    a.poison(), b.poison(), c.poison(), dst.poison();
+    call(f, op, out, counting ? &count : nullptr, a.data(), b.data(), c.data(), bits);
+    a.unpoison(), b.unpoison(), c.unpoison(), dst.unpoison();
+
+    ASSERT_EQ(std::memcmp(out, want.data(), bytes), 0)
+        << f.name << op.name << " bits " << bits << " mis " << mis_dst << "/" << mis_src;
+    if (counting) {
+        ASSERT_EQ(count, ones) << f.name << op.name << " bits " << bits;
+    } else {
+        ASSERT_EQ(count, 0xdeadbeefu);
+    }
+    ASSERT_TRUE(dst.guards_intact() && a.guards_intact()) << f.name << op.name << " bits " << bits;
+}
+
+class BitVectorFamily : public testing::TestWithParam<bool> {
+protected:
+    Family family() const { return GetParam() ? word_family() : byte_family(); }
+    // Byte form: any address.  Word form: 8-byte aligned, on or off a
+    // 16-byte boundary.
+    std::vector<unsigned> offsets() const {
+        if (GetParam()) return {0, 8};
+        std::vector<unsigned> v;
+        for (unsigned i = 0; i < 16; ++i) v.push_back(i);
+        return v;
+    }
+    unsigned offset(ub8 k) const { const auto o = offsets(); return o[k % o.size()]; }
+};
+
+TEST_P(BitVectorFamily, ElementWiseOperationsAgreeWithTheModel) {
+    const Family f = family();
+    std::mt19937_64 rng(42);
+    for (const OpCase &op : op_cases()) {
+        for (ub8 bits : lengths()) {
+            const unsigned mis = offset(bits), mis_src = offset(bits * 7 + 1);
+            check_op(f, op, bits, mis, mis_src, bits % 2 == 0, false, rng);
+            if (HasFatalFailure()) return;
+        }
+    }
+}
+
+TEST_P(BitVectorFamily, EveryMisalignmentCountedOrNotInPlaceOrNot) {
+    const Family f = family();
+    std::mt19937_64 rng(43);
+    for (const OpCase &op : op_cases())
+        for (unsigned k = 0; k < offsets().size(); ++k)
+            for (ub8 bits : {0, 1, 7, 8, 9, 63, 64, 65, 127, 128, 129, 191, 200, 257, 1031})
+                for (int mode = 0; mode < 4; ++mode) {
+                    check_op(f, op, bits, offset(k), offset(k * 5 + 1), mode & 1, mode & 2, rng);
+                    if (HasFatalFailure()) return;
+                }
+}
+
+TEST_P(BitVectorFamily, PopcntCountsOnlyTheBitsInside) {
+    const Family f = family();
+    std::mt19937_64 rng(44);
+    for (ub8 bits : lengths())
+        for (unsigned mis : offsets()) {
+            const ub8 bytes = unit_bytes_for(f, bits);
+            Placed a(bytes, mis);
+            for (ub8 i = 0; i < bytes; ++i) a.data()[i] = static_cast<ub1>(rng());
+            ub8 ones = 0;
+            for (ub8 i = 0; i < bits; ++i) ones += bit_of(a.data(), i);
+            ub4 count = 0;
+            a.poison();
+            const ub4 got = f.popcnt(&count, a.data(), bits);
+            EXPECT_EQ(f.popcnt(nullptr, a.data(), bits), got);
+            a.unpoison();
+            ASSERT_EQ(got, ones) << f.name << " bits " << bits;
+            ASSERT_EQ(count, ones);
+        }
+}
+
+TEST_P(BitVectorFamily, SetAndClearRanges) {
+    const Family f = family();
+    std::mt19937_64 rng(45);
+    for (int round = 0; round < 3000; ++round) {
+        const ub8 bits = 1 + rng() % 700;
+        const ub8 first = rng() % bits;
+        const ub8 last = first + rng() % (bits - first);
+        const bool set = round & 1;
+        const ub8 bytes = unit_bytes_for(f, bits);
+        Placed v(bytes, offset(round));
+        std::vector<ub1> want(bytes);
+        for (ub8 i = 0; i < bytes; ++i) want[i] = v.data()[i] = static_cast<ub1>(rng());
+        for (ub8 i = first; i <= last; ++i) {
+            if (set) want[i >> 3] |= ub1(1u << (i & 7));
+            else want[i >> 3] &= ub1(~(1u << (i & 7)));
+        }
+        (set ? f.set_range : f.clr_range)(v.data(), first, last);
+        ASSERT_EQ(std::memcmp(v.data(), want.data(), bytes), 0) << first << ".." << last;
+        ASSERT_TRUE(v.guards_intact());
+    }
+}
+
+// The set (or, for iter_clr, clear) bits from `start` to bits - 1.
+std::vector<ub8> expected_positions(const ub1 *p, ub8 bits, ub8 start, bool clear) {
+    std::vector<ub8> v;
+    for (ub8 i = start; i < bits; ++i)
+        if (bit_of(p, i) != clear) v.push_back(i);
+    return v;
+}
+
+TEST_P(BitVectorFamily, IteratorsVisitExactlyTheWantedBits) {
+    const Family f = family();
+    std::mt19937_64 rng(46);
+    for (int round = 0; round < 1500; ++round) {
+        const ub8 bits = round < 300 ? static_cast<ub8>(round) : rng() % 2000;
+        const ub8 start = bits ? (round % 3 == 0 ? 0 : rng() % (bits + 3)) : 0;
+        const double density = std::vector<double>{0.0, 0.01, 0.5, 0.99, 1.0}[round % 5];
+        const bool clear = round & 1;
+        const ub8 bytes = unit_bytes_for(f, bits);
+        Placed v(bytes, offset(round), 0xff);
+        std::bernoulli_distribution d(density);
+        for (ub8 i = 0; i < bytes * 8; ++i)
+            if (!d(rng)) v.data()[i >> 3] &= ub1(~(1u << (i & 7)));
+        const std::vector<ub8> want = expected_positions(v.data(), bits, start, clear);
+
+        v.poison();
+        vorn_bv_iter it;
+        f.init(&it, v.data(), bits, clear ? 1 : 0, start);
+        std::vector<ub8> got;
+        for (ub8 pos; (pos = (clear ? f.iter_clr : f.iter)(&it)) != f.end;) {
+            got.push_back(pos);
+            ASSERT_LE(got.size(), bits + 1) << "runaway iterator";
+        }
+        // An exhausted iterator keeps answering the end value.
+        EXPECT_EQ((clear ? f.iter_clr : f.iter)(&it), f.end);
+        v.unpoison();
+        ASSERT_EQ(got, want) << f.name << (clear ? " iter_clr" : " iter") << " bits " << bits
+                             << " start " << start << " density " << density;
+    }
+}
+
+TEST_P(BitVectorFamily, OnesInBatchesResumeWhereTheyStopped) {
+    const Family f = family();
+    std::mt19937_64 rng(47);
+    for (int round = 0; round < 800; ++round) {
+        const ub8 bits = rng() % 3000;
+        const ub8 start = bits ? rng() % bits : 0;
+        const ub8 bytes = unit_bytes_for(f, bits);
+        Placed v(bytes, offset(round));
+        const double density = std::vector<double>{0.01, 0.3, 0.9}[round % 3];
+        std::bernoulli_distribution d(density);
+        for (ub8 i = 0; i < bytes; ++i) v.data()[i] = 0;
+        for (ub8 i = 0; i < bits; ++i)
+            if (d(rng)) v.data()[i >> 3] |= ub1(1u << (i & 7));
+        const std::vector<ub8> want = expected_positions(v.data(), bits, start, false);
+
+        vorn_bv_iter it;
+        f.init(&it, v.data(), bits, 0, start);
+        std::vector<ub8> got;
+        const ub4 max = 1 + rng() % 300;
+        std::vector<ub4> out(max + 1, 0xeeeeeeee);
+        for (;;) {
+            const ub4 n = f.ones(&it, out.data(), max);
+            ASSERT_LE(n, max);
+            ASSERT_EQ(out[max], 0xeeeeeeeeu) << "wrote past max";
+            got.insert(got.end(), out.begin(), out.begin() + n);
+            if (n < max) break;
+        }
+        ASSERT_EQ(got, want) << f.name << " bits " << bits << " start " << start << " max " << max;
+    }
+}
+
+TEST_P(BitVectorFamily, EdgeCasesOfTheIterators) {
+    const Family f = family();
+    std::vector<ub8> v(4, 0);
+    vorn_bv_iter it;
+    // bits 0, and a start at or past the end: exhausted at once.
+    f.init(&it, v.data(), 0, 0, 0);
+    EXPECT_EQ(it.next, 0u);
+    EXPECT_EQ(f.iter(&it), f.end);
+    v[0] = ~0ull;
+    f.init(&it, v.data(), 10, 0, 10);
+    EXPECT_EQ(f.iter(&it), f.end);
+    // 65 bits: bit 64 is reported, bits 65 to 127 are not looked at.
+    v[1] = ~0ull;
+    v[0] = 0;
+    f.init(&it, v.data(), 65, 0, 0);
+    EXPECT_EQ(f.iter(&it), 64u);
+    EXPECT_EQ(f.iter(&it), f.end);
+    // iter_clr on all ones ends at once; on 70 zero bits it gives 0..69.
+    v[0] = v[1] = ~0ull;
+    f.init(&it, v.data(), 70, 1, 0);
+    EXPECT_EQ(f.iter_clr(&it), f.end);
+    v[0] = v[1] = 0;
+    f.init(&it, v.data(), 70, 1, 0);
+    for (ub8 i = 0; i < 70; ++i) ASSERT_EQ(f.iter_clr(&it), i);
+    EXPECT_EQ(f.iter_clr(&it), f.end);
+    // ones with max 8 over exactly 8 ones: 8, then 0.
+    v[0] = 0x8040201008040201ull;
+    v[1] = 0;
+    ub4 out[8];
+    f.init(&it, v.data(), 128, 0, 0);
+    EXPECT_EQ(f.ones(&it, out, 8), 8u);
+    EXPECT_EQ(f.ones(&it, out, 8), 0u);
+}
+
+TEST_P(BitVectorFamily, CountsMendTheBitsBehindTheEnd) {
+    const Family f = family();
+    // not of 70 bits: the count is 70 minus the ones of the source, whatever
+    // the stored bits 70 and up become.
+    std::vector<ub8> a = {0x5555555555555555ull, 0x3full | (0xffull << 6)}, dst(2);
+    ub4 count = 0;
+    f.not_(dst.data(), &count, a.data(), 70);
+    EXPECT_EQ(count, 70u - 32u - 6u);
+    EXPECT_EQ(dst[0], ~a[0]);
+    // andnot: a all ones gives zero, b all ones gives NOT a.
+    std::vector<ub8> ones = {~0ull, ~0ull}, b = {0x1234, 0x5678};
+    f.andnot(dst.data(), &count, ones.data(), b.data(), 128);
+    EXPECT_EQ(count, 0u);
+    f.andnot(dst.data(), &count, b.data(), ones.data(), 128);
+    EXPECT_EQ(dst[0], ~0x1234ull);
+    EXPECT_EQ(dst[1], ~0x5678ull);
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, BitVectorFamily, testing::Values(false, true),
+                         [](const testing::TestParamInfo<bool> &p) { return p.param ? "Word" : "Byte"; });
+
+TEST(BitVectorByteForm, IteratorFromAnOddAddressStartsBeforeBitZero) {
+    alignas(8) ub1 store[24] = {};
+    ub1 *vec = store + 3;  // three bytes past an 8-byte boundary
+    vec[0] = 0x01;
+    vec[2] = 0x80;
+    vorn_bv_iter it;
+    ctx().vorn_lbiv_ictx_ini2_dydi(&it, vec, 24, 0, 0);
+    EXPECT_EQ(static_cast<sb8>(it.base), -24);
+    EXPECT_EQ(ctx().vorn_lbiviter_dydi(&it), 0u);
+    EXPECT_EQ(ctx().vorn_lbiviter_dydi(&it), 23u);
+    EXPECT_EQ(ctx().vorn_lbiviter_dydi(&it), 0xffffffffull);
+}
+
+TEST(BitVectorRuns, ArePlaceholders) {
+    EXPECT_EQ(ctx().vorn_lbivrun_dydi(nullptr, nullptr), 0xffffffffull);
+    EXPECT_EQ(ctx().vorn_lbiwvrun_dydi(nullptr, nullptr), ~0ull);
+    EXPECT_EQ(ctx().vorn_lbivruns_dydi(nullptr, nullptr, nullptr, nullptr), 0u);
+    EXPECT_EQ(ctx().vorn_lbiwvruns_dydi(nullptr, nullptr, nullptr, nullptr), 0u);
+}
+
+}  // namespace

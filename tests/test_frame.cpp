@@ -1,0 +1,355 @@
+// The library frame as a host sees it: what the shared object exports and
+// needs, the context record, the dispatch scheme, the converters and their
+// assertions, vorn_null and the statistics printer.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <map>
+#include <set>
+#include <string>
+
+#include "frame/cpu_probe.h"
+#include "frame/dispatch_scheme.h"
+#include "frame/entries.h"
+#include "support/test_host.h"
+
+namespace {
+
+using namespace vorntest;
+
+std::string run(const std::string &command) {
+    std::string out;
+    FILE *p = popen(command.c_str(), "r");
+    if (!p) return out;
+    char buf[4096];
+    std::size_t n;
+    while ((n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
+    pclose(p);
+    return out;
+}
+
+std::set<std::string> words_of(const std::string &text) {
+    std::set<std::string> s;
+    std::size_t i = 0;
+    while (i < text.size()) {
+        std::size_t j = text.find_first_of(" \n\t", i);
+        if (j == std::string::npos) j = text.size();
+        if (j > i) s.insert(text.substr(i, j - i));
+        i = j + 1;
+    }
+    return s;
+}
+
+// ---- The shared object -------------------------------------------------------
+
+TEST(SharedObject, DefinesExactlyTheContextRecord) {
+    const std::string defined =
+        run("nm -D --defined-only '" VORN_LIB_PATH "' | awk '{print $3}' | sort -u");
+    EXPECT_EQ(defined, "vorn_global_specialized_ctx\n");
+}
+
+TEST(SharedObject, ImportsTheRaiseFromTheHost) {
+    const std::string undefined = run("nm -D --undefined-only '" VORN_LIB_PATH "'");
+    EXPECT_NE(undefined.find(" vornhost_raise_internal"), std::string::npos) << undefined;
+}
+
+TEST(SharedObject, NeedsOnlyTheCLibraryMathAndLoader) {
+    if (VORN_SANITIZED) GTEST_SKIP() << "the sanitizer runtimes are NEEDED in this build";
+    const std::string needed =
+        run("readelf -d '" VORN_LIB_PATH "' | sed -n 's/.*Shared library: \\[\\(.*\\)\\]/\\1/p'");
+    for (const std::string &lib : words_of(needed)) {
+        EXPECT_TRUE(lib == "libc.so.6" || lib == "libm.so.6" || lib == "libdl.so.2") << lib;
+    }
+}
+
+TEST(SharedObject, HoldsNoAvxInstruction) {
+    // VEX- and EVEX-encoded instructions are the ones whose mnemonics begin
+    // with 'v' (vmovdqu, vpxor, vzeroupper, ...) or that name ymm/zmm.
+    const std::string hits = run("objdump -d --no-show-raw-insn '" VORN_LIB_PATH
+                                 "' | awk -F'\\t' 'NF >= 2 && ($2 ~ /^v[a-z]/ || $0 ~ /%[yz]mm/)' "
+                                 "| head -5");
+    const std::string lines = run("objdump -d --no-show-raw-insn '" VORN_LIB_PATH "' | wc -l");
+    EXPECT_GT(std::stol(lines), 1000) << "objdump produced no disassembly";
+    EXPECT_EQ(hits, "");
+}
+
+// ---- The context record ------------------------------------------------------
+
+TEST(ContextRecord, HeaderWordsAndStrings) {
+    const vorn_specialized_ctx &c = ctx();
+    EXPECT_EQ(c.magic, 0xc16182c0u);
+    EXPECT_STREQ(c.version, "TSL_23.0");
+    EXPECT_EQ(c.variant_no, 3u);
+    EXPECT_STREQ(c.variant, "rvtlsse42");
+    for (ub8 s : c.sizes) EXPECT_EQ(s, 8u);
+    EXPECT_EQ(c.sizes2, 16u);
+    EXPECT_EQ(c.sizes3, 0u);
+    EXPECT_EQ(c.sizes4, 16u);
+    EXPECT_NE(c.dispatch_table, nullptr);
+}
+
+TEST(ContextRecord, AllSeventyThreeSlotsAreFilled) {
+    const auto *words = reinterpret_cast<const ub8 *>(&ctx());
+    for (int w = 15; w < 88; ++w) EXPECT_NE(words[w], 0u) << "slot word " << w;
+}
+
+TEST(ContextRecord, UnservedSlotsAnswerTwo) {
+    EXPECT_EQ(ctx().vorn_bloom_dydi(nullptr), 2u);
+    EXPECT_EQ(ctx().vorn_vector_arith_dydi(nullptr, nullptr, nullptr), 2u);
+    EXPECT_EQ(ctx().vorn_groupkey_dydi(nullptr), 2u);
+}
+
+TEST(ContextRecord, ThreadEntriesDoNothingAndAnswerZero) {
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(ctx().vorn_thread_ctx_fini_dydi(), 0u);
+        EXPECT_EQ(ctx().vorn_thread_ctx_init_dydi(), 0u);
+    }
+    ctx().vorn_set_trace_level_dydi(99);
+}
+
+// ---- The processor probe (white box) -------------------------------------------
+
+struct FakeCpu {
+    static inline vorn::CpuidRegs leaf0, leaf7_0, leaf7_1;
+    static inline int calls_past_leaf0;
+    static vorn::CpuidRegs answer(ub4 leaf, ub4 sub) {
+        if (leaf == 0) return leaf0;
+        ++calls_past_leaf0;
+        return sub == 0 ? leaf7_0 : leaf7_1;
+    }
+};
+
+void reset_probe_words() {
+    vorn_is_Intel = vorn_is_AMD = 7;
+    vorn_has_fsrm = vorn_has_avx_vnni = vorn_has_fsrs = vorn_has_avx_ifma = vorn_has_avx_vnni_int8 = 0;
+    FakeCpu::calls_past_leaf0 = 0;
+}
+
+TEST(ProcessorProbe, IntelVendorAndLeafSevenBits) {
+    reset_probe_words();
+    FakeCpu::leaf0 = {0x20, 0x756e6547, 0x6c65746e, 0x49656e69};  // GenuineIntel
+    FakeCpu::leaf7_0 = {0, 0, 0, 1u << 4};
+    FakeCpu::leaf7_1 = {(1u << 4) | (1u << 11) | (1u << 23), 0, 0, 1u << 4};
+    vorn::probe_processor(FakeCpu::answer);
+    EXPECT_EQ(vorn_is_Intel, 1u);
+    EXPECT_EQ(vorn_is_AMD, 0u);
+    EXPECT_EQ(vorn_has_fsrm, 1u);
+    EXPECT_EQ(vorn_has_avx_vnni, 1u);
+    EXPECT_EQ(vorn_has_fsrs, 1u);
+    EXPECT_EQ(vorn_has_avx_ifma, 1u);
+    EXPECT_EQ(vorn_has_avx_vnni_int8, 1u);
+}
+
+TEST(ProcessorProbe, HighestLeafSixLeavesTheFeatureWordsAlone) {
+    reset_probe_words();
+    FakeCpu::leaf0 = {6, 0x756e6547, 0x6c65746e, 0x49656e69};
+    FakeCpu::leaf7_0 = FakeCpu::leaf7_1 = {~0u, ~0u, ~0u, ~0u};
+    vorn::probe_processor(FakeCpu::answer);
+    EXPECT_EQ(FakeCpu::calls_past_leaf0, 0);
+    EXPECT_EQ(vorn_has_fsrm + vorn_has_avx_vnni + vorn_has_fsrs + vorn_has_avx_ifma + vorn_has_avx_vnni_int8, 0u);
+}
+
+TEST(ProcessorProbe, TheOtherVendorTestLooksAtTheLowBytesOfEcx) {
+    reset_probe_words();
+    FakeCpu::leaf0 = {1, 0x68747541, 0x444d4163, 0x69746e65};  // AuthenticAMD: the flag stays 0
+    vorn::probe_processor(FakeCpu::answer);
+    EXPECT_EQ(vorn_is_Intel, 0u);
+    EXPECT_EQ(vorn_is_AMD, 0u);
+    FakeCpu::leaf0 = {1, 0, 0x00444d41, 0};  // the bytes the mask does match
+    vorn::probe_processor(FakeCpu::answer);
+    EXPECT_EQ(vorn_is_AMD, 1u);
+}
+
+TEST(ProcessorProbe, InitCopiesTheCpuWords) {
+    const ub4 words[3] = {11, 22, 33};
+    vorn_init_sharedlib_dydi(nullptr, words);
+    EXPECT_EQ(cpuinfo[0], 11u);
+    EXPECT_EQ(cpuinfo[1], 22u);
+    EXPECT_EQ(cpuinfo[2], 33u);
+}
+
+// ---- The dispatch scheme -------------------------------------------------------
+
+TEST(DispatchScheme, NamesAtTheIndexesOfTheScheme) {
+    const std::map<ub4, std::string> expected = {
+        {32, "vorn_eq_dict_1bit"},
+        {17, "vorn_xlate_sim_bit"},
+        {0, "vorn_invalid_dispatch"},
+        {7 << 7 | 0 << 5 | 0, "vorn_eq_fixed_8bit"},
+        {22 << 7 | 0 << 5 | 9 | 4096, "vorn_ge_le_fixed_64bit_tz"},
+        {22 << 7 | 1 << 5 | 5, "vorn_ne_dict_64bit"},
+        {4 << 7 | 1 << 5 | 6 | 4096, "vorn_gt_lt_dict_5bit_null"},
+        {15 << 7 | 2 << 5 | 8, "vorn_ge_lt_dynp_16bit"},
+        {21 << 7 | 2 << 5 | 1 | 4096, "vorn_lt_dynp_32bit_tz"},
+        {20 << 7 | 1 << 5 | 10, "vorn_decode_dict_24bit"},
+        {21 << 7 | 1 << 5 | 11, "vorn_decode_unpack_dict_32bit"},
+        {15 << 7 | 1 << 5 | 12, "vorn_decode_symbol_dict_16bit"},
+        {0 << 7 | 1 << 5 | 13, "vorn_set_dict_1bit"},
+        {22 << 7 | 0 << 5 | 15, "vorn_sum_fixed_64bit"},
+        {19 << 7 | 1 << 5 | 15, "vorn_sum_dict_20bit"},
+        {2 << 7 | 1 << 5 | 16, "vorn_distinct_dict_3bit"},
+        {10 << 7 | 1 << 5 | 23 | 4096, "vorn_minmax_dict_11bit_null"},
+        {878, "vorn_burst_rle_8bit"},
+        {1006, "vorn_burst_rle_8bit_cla"},
+        {1902, "vorn_burst_rle_16bit"},
+        {2030, "vorn_burst_rle_16bit_cla"},
+        {(1 * 8 + 2) << 7 | 1 << 5 | 17, "vorn_xlate_off_ub1_cla"},
+        {(3 * 8 + 4) << 7 | 2 << 5 | 17 | 4096, "vorn_xlate_ind_ub4_c2d_sep"},
+        {(2 * 8 + 1) << 7 | 0 << 5 | 17 | 4096, "vorn_xlate_sim_nib_c2d_const"},
+        {3 << 7 | 3 << 5 | 17 | 4096, "vorn_xlate_groupkey_ub2_c2d"},
+        {5 << 7 | 19, "vorn_add_float_c_n"},
+        {9 << 7 | 19, "vorn_add_float_n_c"},
+        {14 << 7 | 21 | 4096, "vorn_mul_double_c_c_sum"},
+        {2 << 7 | 20, "vorn_sub_double_n_n"},
+    };
+    for (const auto &[index, name] : expected) EXPECT_STREQ(vorn_dispatch_func_names[index], name.c_str()) << index;
+}
+
+TEST(DispatchScheme, NinehundredTwentyFiveKernelsAndNoOthers) {
+    std::set<std::string> names;
+    ub4 invalid = 0;
+    for (ub4 i = 0; i < 8192; ++i) {
+        const std::string name = vorn_dispatch_func_names[i];
+        if (name == "vorn_invalid_dispatch") {
+            ++invalid;
+            EXPECT_EQ(ctx().dispatch_table[i].cmp, nullptr) << "a kernel at an invalid index " << i;
+        } else {
+            EXPECT_TRUE(names.insert(name).second) << "name twice: " << name;
+        }
+    }
+    EXPECT_EQ(names.size(), 925u);
+    EXPECT_EQ(invalid, 7267u);
+    // No bit-12 form for anything without one, and bit 12 doubles the rest.
+    EXPECT_EQ(names.count("vorn_xlate_sim_bit_c2d"), 0u);
+    EXPECT_EQ(names.count("vorn_decode_dict_64bit"), 0u);
+    EXPECT_EQ(names.count("vorn_minmax_dict_64bit"), 0u);
+    EXPECT_EQ(names.count("vorn_eq_fixed_24bit"), 0u);
+}
+
+TEST(DispatchScheme, SixtyFourZeroWordsBehindTheScheme) {
+    EXPECT_EQ(vorn_dispatch_table_size(), 8192);
+    const auto *words = reinterpret_cast<const ub8 *>(ctx().dispatch_table);
+    for (ub4 i = 8192; i < 8256; ++i) EXPECT_EQ(words[i], 0u) << i;
+    EXPECT_EQ(vorn_dispatch_table.size(), 8256u);
+    EXPECT_EQ(vorn_dispatch_func_names.size(), 8192u);
+}
+
+TEST(DispatchScheme, KernelGroupTimesThirtyTwoPlusOperation) {
+    // The host's way: kernel_group * 32 + operation, plus 4096 for the second form.
+    const ub4 group = VORN_KERNEL_GROUP(vorn_convert_width(11), VORN_ENC_DICT);
+    EXPECT_STREQ(vorn_dispatch_func_names[group * 32 + VORN_OP_GE], "vorn_ge_dict_11bit");
+    EXPECT_EQ(VORN_DISPATCH_INDEX(group, VORN_OP_GE, 1), group * 32 + 4 + 4096);
+    EXPECT_EQ(VORN_WIDTH_CODE(24), 20u);
+    EXPECT_EQ(VORN_WIDTH_CODE(64), 22u);
+}
+
+// ---- Converters ----------------------------------------------------------------
+
+TEST(Converters, WidthCodes) {
+    for (ub4 w = 1; w <= 20; ++w) EXPECT_EQ(vorn_convert_width(w), w - 1);
+    EXPECT_EQ(vorn_convert_width(24), 20u);
+    EXPECT_EQ(vorn_convert_width(32), 21u);
+    EXPECT_EQ(vorn_convert_width(64), 22u);
+    EXPECT_EQ(vorn_xlate_convert_width(-1, 0), 0u);
+    EXPECT_EQ(vorn_xlate_convert_width(-4, 1), 9u);
+    EXPECT_EQ(vorn_xlate_convert_width(1, 2), 18u);
+    EXPECT_EQ(vorn_xlate_convert_width(2, 3), 27u);
+    EXPECT_EQ(vorn_xlate_convert_width(4, 0), 4u);
+    EXPECT_EQ(vorn_xlate_convert_type(1), 0u);
+    EXPECT_EQ(vorn_xlate_convert_type(2), 1u);
+    EXPECT_EQ(vorn_xlate_convert_type(3), 2u);
+}
+
+TEST(ConvertersDeathTest, RefuseOtherWidthsByAssertion) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(vorn_convert_width(21), "vornc_x86:[0-9]+: vorn_convert_width: Assertion `0' failed");
+    EXPECT_DEATH(vorn_convert_width(0), "vorn_convert_width: Assertion `0' failed");
+    EXPECT_DEATH(vorn_convert_width(25), "vorn_convert_width: Assertion `0' failed");
+    EXPECT_DEATH(vorn_xlate_convert_width(3, 0), "vornc_x86:[0-9]+: vorn_xlate_convert_width: Assertion `0' failed");
+    EXPECT_DEATH(vorn_xlate_convert_type(4), "vornc_x86:[0-9]+: vorn_xlate_convert_type: Assertion `0' failed");
+    EXPECT_DEATH(vorn_xlate_convert_type(0), "vorn_xlate_convert_type: Assertion `0' failed");
+}
+
+TEST(CumulativeLengths, FromByteAndBigEndianShortLengths) {
+    const ub1 lens1[4] = {3, 0, 255, 1};
+    ub4 res[6] = {};
+    EXPECT_EQ(vorn_build_cla_1_ub1(res, 5, lens1, 4), 5u);
+    const ub4 want[5] = {0, 3, 3, 258, 259};
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(__builtin_bswap32(res[i]), want[i]) << i;
+
+    const ub2 lens2[3] = {__builtin_bswap16(1000), __builtin_bswap16(0), __builtin_bswap16(65535)};
+    EXPECT_EQ(vorn_build_cla_1_ub2(res, 4, lens2, 3), 4u);
+    const ub4 want2[4] = {0, 1000, 1000, 66535};
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(__builtin_bswap32(res[i]), want2[i]) << i;
+
+    EXPECT_EQ(vorn_build_cla_1_ub1(res, 1, lens1, 0), 1u);
+    EXPECT_EQ(res[0], 0u);
+}
+
+TEST(CumulativeLengthsDeathTest, ShortResultArrayStops) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    ub4 res[4];
+    const ub1 lens[4] = {1, 2, 3, 4};
+    EXPECT_DEATH(vorn_build_cla_1_ub1(res, 4, lens, 4),
+                 "vornc_x86:[0-9]+: vorn_build_cla_1_ub1: Assertion `res_len >= \\(src_len \\+ 1\\)' failed");
+    const ub2 lens2[4] = {};
+    EXPECT_DEATH(vorn_build_cla_1_ub2(res, 2, lens2, 4), "vorn_build_cla_1_ub2: Assertion `res_len >= \\(src_len \\+ 1\\)'");
+}
+
+// ---- vorn_null -----------------------------------------------------------------
+
+TEST(Null, ComplementsWholeWordsIncludingTheBitsBehindTheEnd) {
+    std::mt19937_64 rng(7);
+    for (ub8 rows : {0, 1, 63, 64, 65, 127, 128, 129, 200, 256, 1000, 1025}) {
+        Result src(rows), res(rows);
+        for (ub8 w = 0; w < (rows + 63) / 64; ++w) src.bv[w] = rng();
+        EXPECT_EQ(vorn_null(nullptr, &res.vec, &src.vec, nullptr), 0u);
+        for (ub8 w = 0; w < (rows + 63) / 64; ++w) EXPECT_EQ(res.bv[w], ~src.bv[w]) << rows << " word " << w;
+        EXPECT_TRUE(res.guard_intact()) << rows;
+        EXPECT_EQ(res.vec.num_ones, 0u);
+    }
+}
+
+TEST(NullDeathTest, SizesMustAgree) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    Result src(10), res(11);
+    EXPECT_DEATH(vorn_null(nullptr, &res.vec, &src.vec, nullptr),
+                 "vornc_x86:[0-9]+: vorn_null: Assertion `VORN_VEC_SIZE\\(src\\) == VORN_VEC_SIZE\\(res\\)' failed");
+}
+
+// ---- vorn_stats_dump -------------------------------------------------------------
+
+TEST(StatsDump, PrintsCalledIndexesInLoopOrder) {
+    auto stats = std::make_unique<vorn_stats>();
+    stats->call_counts[17] = 3;            // variant 0, encoding 0, op 17, width 0
+    stats->mrows_per_sec[17] = 12.6;
+    stats->call_counts[32] = 5;            // encoding 1, op 0, width 0
+    stats->mrows_per_sec[32] = 1500.4;
+    stats->call_counts[4096 + 32] = 1;     // variant 1 comes last
+    stats->call_counts[1 << 7] = 2;        // encoding 0, op 0, width 1: before op 17
+    testing::internal::CaptureStdout();
+    vorn_stats_dump(stats.get(), 1);
+    fflush(stdout);
+    const std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(out,
+              "vorn_invalid_dispatch         Call Freq: 2\tMrowsPerSec: 0\n"
+              "vorn_xlate_sim_bit            Call Freq: 3\tMrowsPerSec: 13\n"
+              "vorn_eq_dict_1bit             Call Freq: 5\tMrowsPerSec: 1500\n"
+              "vorn_eq_dict_1bit_null        Call Freq: 1\tMrowsPerSec: 0\n");
+}
+
+TEST(StatsDump, OnlyCalledWithNoCountsPrintsNothingAndZeroPrintsAll) {
+    auto stats = std::make_unique<vorn_stats>();
+    testing::internal::CaptureStdout();
+    vorn_stats_dump(stats.get(), 0x100000000ull);  // only the low 32 bits count
+    fflush(stdout);
+    const std::string all = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 8192);
+    testing::internal::CaptureStdout();
+    vorn_stats_dump(stats.get(), 1);
+    fflush(stdout);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+}
+
+}  // namespace

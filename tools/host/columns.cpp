@@ -1,0 +1,38 @@
+#include "host/columns.h"
+
+namespace vornhost {
+
+Bytes pack_codes(const std::vector<ub8> &codes, unsigned width) {
+    Bytes out((codes.size() * width + 7) / 8);
+    ub1 *p = out.data();
+    ub8 bit = 0;
+    for (ub8 code : codes) {
+        for (unsigned k = 0; k < width; ++k, ++bit) {
+            if ((code >> (width - 1 - k)) & 1) p[bit >> 3] |= static_cast<ub1>(0x80 >> (bit & 7));
+        }
+    }
+    return out;
+}
+
+ub8 packed_code(const ub1 *stream, unsigned width, ub8 row) {
+    ub8 code = 0;
+    const ub8 first = row * width;
+    for (unsigned k = 0; k < width; ++k) {
+        const ub8 bit = first + k;
+        code = (code << 1) | ((stream[bit >> 3] >> (7 - (bit & 7))) & 1);
+    }
+    return code;
+}
+
+Bytes fixed_column(const std::vector<ub8> &values, unsigned bytes) {
+    Bytes out(values.size() * bytes);
+    ub1 *p = out.data();
+    for (ub8 v : values) {
+        for (unsigned k = 0; k < bytes; ++k) *p++ = static_cast<ub1>(v >> (8 * (bytes - 1 - k)));
+    }
+    return out;
+}
+
+std::vector<ub8> bit_vector(ub8 bits) { return std::vector<ub8>((bits + 63) / 64 + 2, 0); }
+
+}  // namespace vornhost
