@@ -164,7 +164,7 @@ void check_op(const Family &f, const OpCase &op, ub8 bits, unsigned mis_dst, uns
     call(f, op, out, counting ? &count : nullptr, a.data(), b.data(), c.data(), bits);
     a.unpoison(), b.unpoison(), c.unpoison(), dst.unpoison();
 
-    ASSERT_EQ(std::memcmp(out, want.data(), bytes), 0)
+    ASSERT_TRUE(bytes == 0 || std::memcmp(out, want.data(), bytes) == 0)
         << f.name << op.name << " bits " << bits << " mis " << mis_dst << "/" << mis_src;
     if (counting) {
         ASSERT_EQ(count, ones) << f.name << op.name << " bits " << bits;
@@ -249,7 +249,7 @@ TEST_P(BitVectorFamily, SetAndClearRanges) {
             else want[i >> 3] &= ub1(~(1u << (i & 7)));
         }
         (set ? f.set_range : f.clr_range)(v.data(), first, last);
-        ASSERT_EQ(std::memcmp(v.data(), want.data(), bytes), 0) << first << ".." << last;
+        ASSERT_TRUE(std::memcmp(v.data(), want.data(), bytes) == 0) << first << ".." << last;
         ASSERT_TRUE(v.guards_intact());
     }
 }
