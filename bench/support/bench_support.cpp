@@ -61,8 +61,9 @@ std::mt19937_64 &rng() {
 namespace {
 
 struct Timing {
-    double seconds = 0;  // per iteration, the best of the repetitions
+    double seconds = 0;  // per iteration: the median of the repetitions, else the best run
     double rows = 0, bytes = 0;
+    bool median = false;
 };
 
 // Prints the usual console lines, and at the end the ratios of each group.
@@ -73,11 +74,15 @@ public:
     void ReportRuns(const std::vector<Run> &runs) override {
         ConsoleReporter::ReportRuns(runs);
         for (const Run &run : runs) {
-            if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
-            const std::string name = run.benchmark_name();
+            if (run.error_occurred) continue;
+            const bool is_median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
+            if (run.run_type != Run::RT_Iteration && !is_median) continue;
+            const std::string name = run.run_name.str();
             const double seconds = run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
             Timing &t = timings_[name];
-            if (t.seconds == 0 || seconds < t.seconds) t.seconds = seconds;
+            if (t.median && !is_median) continue;
+            if (is_median || t.seconds == 0 || seconds < t.seconds) t.seconds = seconds;
+            t.median = t.median || is_median;
             order_.push_back(name);
             auto rows = run.counters.find("rows/s");
             auto bytes = run.counters.find("bytes/s");

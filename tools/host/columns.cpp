@@ -5,12 +5,19 @@ namespace vornhost {
 Bytes pack_codes(const std::vector<ub8> &codes, unsigned width) {
     Bytes out((codes.size() * width + 7) / 8);
     ub1 *p = out.data();
-    ub8 bit = 0;
+    // Bits gather in `acc` from the top; whole bytes leave it from the top.
+    unsigned __int128 acc = 0;
+    unsigned held = 0;
+    const ub8 mask = width == 64 ? ~ub8{0} : (ub8{1} << width) - 1;
     for (ub8 code : codes) {
-        for (unsigned k = 0; k < width; ++k, ++bit) {
-            if ((code >> (width - 1 - k)) & 1) p[bit >> 3] |= static_cast<ub1>(0x80 >> (bit & 7));
+        acc = (acc << width) | (code & mask);
+        held += width;
+        while (held >= 8) {
+            held -= 8;
+            *p++ = static_cast<ub1>(acc >> held);
         }
     }
+    if (held) *p = static_cast<ub1>(acc << (8 - held));
     return out;
 }
 

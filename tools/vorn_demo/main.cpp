@@ -1,14 +1,20 @@
 // vorn-demo - the reference host.  It opens the library the way a database
 // server does, checks the context record, and shows what the build offers.
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <map>
 #include <string>
+#include <thread>
 
 #include "frame/dispatch_scheme.h"
 #include "frame/entries.h"
 #include "host/library.h"
+#include "vorn_demo/queries.h"
+#include "vorn_demo/scan.h"
+#include "vorn_demo/table.h"
 
 // The one function the library imports.  A server raises an internal error
 // here; the demo reports it and fails.
@@ -44,7 +50,7 @@ std::string family_of(ub4 index, const char *name) {
     return fam;
 }
 
-int show_offer(const vornhost::Library &lib) {
+int show_offer(const vornhost::Library &lib, bool families_too) {
     const vorn_specialized_ctx &c = *lib.ctx;
     std::printf("library      %s\n", lib.path.c_str());
     std::printf("variant      %s (number %llu), version %s, magic 0x%llx\n", c.variant,
@@ -79,22 +85,110 @@ int show_offer(const vornhost::Library &lib) {
         if (lib.table[i].cmp) ++kernels, ++f.first;
     }
     std::printf("kernels      %d of %d in the dispatch table\n", kernels, named);
+    if (!families_too) return 0;
     for (const auto &[fam, counts] : families)
         std::printf("  %-28s %4d of %4d\n", fam.c_str(), counts.first, counts.second);
     return 0;
 }
 
+struct Options {
+    ub8 rows = 20000000;
+    unsigned threads = 0;
+    ub8 seed = 20261122;
+    const char *lib = nullptr;
+    bool offer = false;
+    bool progress = true;
+};
+
+[[noreturn]] void usage(const char *why) {
+    std::fprintf(stderr,
+                 "vorn-demo: %s\n"
+                 "usage: vorn-demo [--rows N] [--threads N] [--seed N] [--lib PATH] [--offer] [--quiet]\n"
+                 "  --rows N     rows of the generated table (default 20,000,000)\n"
+                 "  --threads N  scanning threads (default: all cores)\n"
+                 "  --offer      list the kernels the library serves, by family\n"
+                 "  --quiet      no progress line while generating\n",
+                 why);
+    std::exit(2);
+}
+
+Options parse(int argc, char **argv) {
+    Options o;
+    for (int i = 1; i < argc; ++i) {
+        const std::string a = argv[i];
+        auto value = [&]() -> const char * {
+            if (i + 1 >= argc) usage(("missing value for " + a).c_str());
+            return argv[++i];
+        };
+        if (a == "--rows") o.rows = std::strtoull(value(), nullptr, 10);
+        else if (a == "--threads") o.threads = static_cast<unsigned>(std::strtoul(value(), nullptr, 10));
+        else if (a == "--seed") o.seed = std::strtoull(value(), nullptr, 10);
+        else if (a == "--lib") o.lib = value();
+        else if (a == "--offer") o.offer = true;
+        else if (a == "--quiet") o.progress = false;
+        else usage(("unknown argument " + a).c_str());
+    }
+    if (o.rows == 0 || o.rows > 4000000000ull) usage("--rows must be between 1 and 4,000,000,000");
+    if (o.threads == 0) o.threads = std::max(1u, std::thread::hardware_concurrency());
+    return o;
+}
+
+double seconds_since(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+void print_outcome(const demo::Outcome &o) {
+    if (o.library_seconds == 0) {
+        std::printf("\n%s\n    %s\n", o.title.c_str(), o.mismatch.c_str());
+        return;
+    }
+    std::printf("\n%s\n    %s\n    answer   %s\n", o.title.c_str(), o.question.c_str(), o.answer.c_str());
+    const double lib_rate = o.rows / o.library_seconds / 1e6, scalar_rate = o.rows / o.scalar_seconds / 1e6;
+    std::printf("    library %9.2f ms %9.0f Mrows/s    scalar %9.2f ms %9.0f Mrows/s    %6.1fx    %s\n",
+                o.library_seconds * 1e3, lib_rate, o.scalar_seconds * 1e3, scalar_rate,
+                o.scalar_seconds / o.library_seconds, o.ok ? "checked" : "MISMATCH");
+    if (!o.ok) std::printf("    first difference: %s\n", o.mismatch.c_str());
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
-    const char *path = nullptr;
-    for (int i = 1; i < argc; ++i) {
-        if (!std::strcmp(argv[i], "--lib") && i + 1 < argc) path = argv[++i];
-    }
+    const Options opt = parse(argc, argv);
     vornhost::Library lib;
-    if (!lib.open(path)) {
+    if (!lib.open(opt.lib)) {
         std::fprintf(stderr, "vorn-demo: cannot open the library: %s\n", lib.error.c_str());
         return 2;
     }
-    return show_offer(lib);
+    if (const int rc = show_offer(lib, opt.offer)) return rc;
+
+    const auto gen_start = std::chrono::steady_clock::now();
+    demo::Table table;
+    demo::generate(table, opt.rows, opt.seed, opt.progress, demo::Scan::expand_runs);
+    std::printf("table        %s rows in %u column units of %u rows, generated in %.1f s\n",
+                std::to_string(table.rows).c_str(), table.units, table.unit_rows, seconds_since(gen_start));
+
+    demo::Scan scan(lib, opt.threads);
+    std::printf("threads      %u, each with its own host services and kernel records\n", scan.threads());
+    const std::vector<demo::Outcome> outcomes = demo::run_queries(scan, table);
+    if (outcomes.size() == 1 && outcomes[0].library_seconds == 0) {
+        print_outcome(outcomes[0]);
+        return 2;
+    }
+    bool all_ok = true;
+    for (const auto &o : outcomes) {
+        print_outcome(o);
+        all_ok = all_ok && o.ok;
+    }
+
+    std::printf("\nkernel calls by dispatch index (the host's counts; rates per calling thread):\n");
+    std::fflush(stdout);
+    const auto stats = scan.stats();
+    vorn_stats_dump(stats.get(), 1);
+    std::fflush(stdout);
+    if (!all_ok) {
+        std::fprintf(stderr, "vorn-demo: a library answer differs from the scalar evaluation\n");
+        return 1;
+    }
+    std::printf("\nall %zu answers agree with the scalar evaluation\n", outcomes.size());
+    return 0;
 }
