@@ -234,6 +234,8 @@ typedef struct vorn_bv_iter {
  * without bv_aux.  The forms _cla, _const and _sep and the group-key members
  * are not served by this build: they return 2 and write nothing.
  *
+ * kctx and its xlate_ctx are required (no null is tolerated).
+ *
  * Rows: kctx->start_row to src->size - 1.  Bit r of res->res_bv is row r; the
  * bits of these rows are written (set or cleared) and every other bit of
  * res_bv is left as it was, so a host may translate a column in pieces into
