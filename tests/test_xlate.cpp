@@ -246,8 +246,8 @@ TEST(Xlate, EntryLayouts) {
     EXPECT_EQ(out[15], 0xff);
 }
 
-// With no code that can have a mapping nothing is looked up, not even the
-// code array is needed beyond its rows: the table pointer may be null.
+// With no code that can have a mapping nothing is looked up, so the table
+// pointer may be null; the rows are cleared and their outputs all ones.
 TEST(Xlate, EmptyRangeKeepsNothingAndReadsNoTable) {
     std::mt19937_64 rng(5104);
     const auto codes = random_codes(rng, 77, 100, 0, 100);
