@@ -160,7 +160,7 @@ struct vorn_kernel_ctx {
     ub8 start_row;              /* first row for the translation kernels */
     ub1 done_flags;             /* VORN_DONE_* written by the kernel */
     ub1 done_flags2;            /* VORN_DONE2_* written by the translation kernels */
-    const vorn_xlate_ctx *xlate_ctx; /* the translation kernels' record */
+    vorn_xlate_ctx *xlate_ctx;  /* the translation kernels' record: range, output, ends */
 };
 
 #define VORN_CTX_SELECTIVE 0x2u     /* visit only the rows of bv_aux */
@@ -221,16 +221,84 @@ typedef struct vorn_bv_iter {
 #define VORN_LBIWV_END 0xffffffffffffffffull
 
 /* ------------------------------------------------------------------------ */
-/* vorn_xlate_ctx: the translation kernels' record, at kctx->xlate_ctx.     */
+/* Translation: vorn_xlate_*(res, src, table_vec, kctx).                    */
 /* ------------------------------------------------------------------------ */
+/*
+ * A translation carries each row's dictionary code through a table.  A row is
+ * kept when its code has a mapping; its bit is then set in res->res_bv, and a
+ * _c2d member also writes the translated value into an output array.
+ *
+ * Source: an array of big-endian ub4 codes, one a row (VORN_ALIGNED with
+ * bit_width 32; a VORN_LOMP column is decompressed first, as everywhere).
+ * Every other column is refused with 2 and nothing is written, with or
+ * without bv_aux.  The forms _cla, _const and _sep and the group-key members
+ * are not served by this build: they return 2 and write nothing.
+ *
+ * kctx and its xlate_ctx are required (no null is tolerated).
+ *
+ * Rows: kctx->start_row to src->size - 1.  Bit r of res->res_bv is row r; the
+ * bits of these rows are written (set or cleared) and every other bit of
+ * res_bv is left as it was, so a host may translate a column in pieces into
+ * one bit vector (shrink src->size to a piece's end, advance start_row).
+ *
+ * Code c has a mapping when all of these hold:
+ *   - low_code <= c <= high_code (the range of *kctx->xlate_ctx); codes
+ *     outside are not looked up, so a table need only hold the range;
+ *   - sim: the entry is entry c of `table`;
+ *     off: c >= base, and the entry is entry c - base of `table`;
+ *     ind: the page pointer page_dir[c >> page_shift] is not null, and the
+ *     entry is entry (c & page_mask) of that page;
+ *   - the entry says so: bit: the bit is CLEAR (a set bit excludes the
+ *     code, so an all-zero table keeps every code in range); nib: the
+ *     nibble is not 15; ub1: the byte is not 255; ub2, ub4: always.
+ * Entry i of a table or page: bit: bit i % 8 of byte i / 8; nib: byte i / 2,
+ * low nibble for even i, high nibble for odd i; ub1, ub2, ub4: element i, in
+ * the host's (native) byte order.
+ *
+ * _c2d output: element r of xlate_ctx->out is written for every row r from
+ * start_row to size - 1: the translated value of a kept row, all ones for a
+ * row not kept.  Element type: ub1 for nib and ub1 tables, ub2 for ub2,
+ * ub4 for ub4, native order.  (bit tables have no _c2d member.)
+ *
+ * bv_aux (kctx->bv_aux, one bit per row): only rows whose bit is set are
+ * considered; every other row counts as not kept (bit cleared, all ones in
+ * the output).  The kernel then sets VORN_DONE2_XLATE_BV_AUX in
+ * done_flags2.  VORN_CTX_SELECTIVE and src->filter_bv are not read.
+ *
+ * Results: res->num_ones = the rows kept by this call.  In *xlate_ctx the
+ * kernel adds that number to `kept` and, unless kctx->flags holds
+ * VORN_CTX_XLATE_NO_ENDS (0x400), stores the last kept row in `last_kept`
+ * and the first kept row in `first_kept` if that still holds
+ * VORN_XLATE_NO_ROW.  A call that keeps nothing leaves both as they were.
+ * The host sets kept = 0 and both ends to VORN_XLATE_NO_ROW before the
+ * first piece of a scan.  Return: 0 when this call kept a row, 1 when it
+ * kept none (also for start_row >= size), 2 when refused.
+ */
 struct vorn_xlate_ctx {
-    ub4 low_code;               /* lowest code with a mapping (inclusive) */
-    ub4 high_code;              /* highest code with a mapping (inclusive) */
-    ub4 base;                   /* off tables: the code of entry 0 */
-    ub4 page_shift;             /* ind tables: page number = code >> page_shift */
-    ub4 page_mask;              /* ind tables: entry in page = code & page_mask */
-    void *out;                  /* c2d members: output array, one element per row */
+    ub4 low_code;               /* in: lowest code with a mapping (inclusive) */
+    ub4 high_code;              /* in: highest code with a mapping (inclusive); below low_code: none maps */
+    void *out;                  /* in, _c2d members: the output array, element r for row r */
+    ub8 first_kept;             /* in/out: first kept row, VORN_XLATE_NO_ROW while none */
+    ub8 last_kept;              /* in/out: last kept row, VORN_XLATE_NO_ROW while none */
+    ub8 kept;                   /* in/out: kept rows, added to by every call */
 };
+
+#define VORN_XLATE_NO_ROW 0xffffffffffffffffull
+
+/* table_vec: the table that a translation reads, six words.  Only the words
+ * of the member's lookup are read.  What must be readable: sim, entries
+ * low_code to high_code; off, entries max(low_code, base) - base to
+ * high_code - base; ind, the page pointers of codes low_code to high_code,
+ * and in each non-null page the entries of the codes in range that fall in
+ * it.  An entry of a bit or nib table is read as its whole byte. */
+typedef struct vorn_xlate_table {
+    ub8 base;                   /* word 0, off: the code of entry 0; codes below it have no mapping */
+    ub8 page_shift;             /* word 1, ind: page of a code = code >> page_shift, 0 to 31 */
+    ub8 page_mask;              /* word 2, ind: entry in the page = code & page_mask (low 32 bits) */
+    ub8 host_words[2];          /* words 3 and 4: the host's own; not read */
+    const void *table;          /* word 5: sim, off: the entries; ind: the page directory,
+                                   an array of page pointers (const void *), null for none */
+} vorn_xlate_table;
 
 /* ------------------------------------------------------------------------ */
 /* Dispatch: operation codes, encodings, and the index of a kernel.         */
@@ -444,10 +512,12 @@ typedef struct vorn_specialized_ctx {
 static_assert(sizeof(vorn_specialized_ctx) == 88 * 8, "the context record is 88 words");
 static_assert(sizeof(vorn_kernel) == 8, "a dispatch entry is one word");
 static_assert(sizeof(vorn_bv_iter) == 32, "the iterator is four words");
+static_assert(offsetof(vorn_xlate_table, table) == 5 * 8, "the table is the sixth word");
 #else
 _Static_assert(sizeof(vorn_specialized_ctx) == 88 * 8, "the context record is 88 words");
 _Static_assert(sizeof(vorn_kernel) == 8, "a dispatch entry is one word");
 _Static_assert(sizeof(vorn_bv_iter) == 32, "the iterator is four words");
+_Static_assert(offsetof(vorn_xlate_table, table) == 5 * 8, "the table is the sixth word");
 #endif
 
 /* The one exported symbol.  A host that links against the library rather
