@@ -19,13 +19,19 @@
 // bytes behind them.  The short way returns 0 whatever the count; the long
 // way (lengths, then a memory compare) and VORN_FIXED return 1 for a count
 // of 0.
+#include <array>
+#include <bit>
+
 #include "frame/entries.h"
 #include "predicate/value_layouts.h"
 
 namespace vorn {
 namespace {
 
-// The "fill with ones at the first difference" result.
+// The "fill with ones at the first difference" result.  Rows are compared
+// 64 at a time into a word of differences, so that a differing row costs no
+// branch; a word with differences fills the vector if it is the first, then
+// clears its rows' bits.
 struct Differences {
     ub8 *bv;
     ub4 n;
@@ -38,65 +44,87 @@ struct Differences {
         std::memset(bv, 0xff, words_for_bits(n) * 8);
         filled = true;
     }
-    VORN_INLINE void mark(ub8 row) {
-        if (VORN_UNLIKELY(!filled)) fill();
-        bv[row >> 6] &= ~(ub8{1} << (row & 63));
-        --count;
+    VORN_INLINE void mark(ub8 word, ub8 differing) {
+        if (VORN_LIKELY(differing == 0)) return;
+        if (!filled) fill();
+        bv[word] &= ~differing;
+        count -= static_cast<ub8>(__builtin_popcountll(differing));
     }
 };
 
+// The short way keeps a value's bytes of an eight-byte load: shifting both
+// loads left by (-8 * length) & 63 and comparing is, for equal lengths, the
+// same as masking their difference to those bytes, which costs fewer
+// instructions.  A length of 0 keeps all eight bytes.
 struct ShortWay {
-    static VORN_INLINE ub8 kept(layout::Value v) { return load<ub8>(v.p) << ((0 - 8 * v.len) & 63); }
-    static VORN_INLINE bool same(layout::Value x, layout::Value y) {
-        return x.len == y.len && kept(x) == kept(y);
+    // Indexed by the length's low four bits; lengths of 8 and more keep all.
+    static constexpr std::array<ub8, 16> kKeep = [] {
+        std::array<ub8, 16> k{};
+        for (ub4 len = 0; len < 16; ++len) k[len] = len >= 8 ? ~ub8{0} : (~ub8{0}) >> ((0 - 8 * len) & 63);
+        return k;
+    }();
+    static VORN_INLINE bool differs(layout::Value x, layout::Value y) {
+        const ub8 bytes = (load<ub8>(x.p) ^ load<ub8>(y.p)) & kKeep[x.len & 15];
+        return (bytes | (x.len ^ y.len)) != 0;
     }
 };
 
 struct LongWay {
-    static VORN_INLINE bool same(layout::Value x, layout::Value y) {
-        return x.len == y.len && (x.len == 0 || std::memcmp(x.p, y.p, x.len) == 0);
+    static VORN_INLINE bool differs(layout::Value x, layout::Value y) {
+        return x.len != y.len || (x.len != 0 && std::memcmp(x.p, y.p, x.len) != 0);
     }
 };
 
 // Rows prefetched ahead in the pointer layouts.
 constexpr ub4 kPrefetchRows = 128;
 
+// differs(row) for rows 0..n-1 in order, gathered 64 rows to a word: each
+// row's bit goes in at bit 0 and the word turns right by one, so after m
+// rows a left turn by m puts row k at bit k.
+template <class Differs>
+VORN_INLINE ub8 compare_by_words(ub8 *bits, ub4 n, Differs differs) {
+    Differences d(bits, n);
+    for (ub4 base = 0; base < n; base += 64) {
+        const ub4 rows = n - base < 64 ? n - base : 64;
+        ub8 differing = 0;
+        for (ub4 row = base; row < base + rows; ++row)
+            differing = std::rotr(differing | ub8{differs(row)}, 1);
+        d.mark(base >> 6, std::rotl(differing, static_cast<int>(rows)));
+    }
+    return d.count;
+}
+
 template <class Layout, class Way>
 VORN_NOINLINE ub8 compare_rows(ub8 *bits, const vorn_vec *a, const vorn_vec *b, ub4 n) {
     Layout x(a), y(b);
-    Differences d(bits, n);
-    ub4 row = 0;
     if constexpr (Layout::kPointers) {
-        const ub4 first = n < kPrefetchRows ? n : kPrefetchRows;
-        for (ub4 i = 0; i < first; ++i) {
+        for (ub4 i = 0; i < n && i < kPrefetchRows; ++i) {
             __builtin_prefetch(x.target(i));
             __builtin_prefetch(y.target(i));
         }
         const ub4 ahead = n > kPrefetchRows ? n - kPrefetchRows : 0;
-        for (; row < ahead; ++row) {
-            __builtin_prefetch(x.target(row + kPrefetchRows));
-            __builtin_prefetch(y.target(row + kPrefetchRows));
-            if (!Way::same(x.next(row), y.next(row))) d.mark(row);
-        }
+        return compare_by_words(bits, n, [&](ub4 row) {
+            if (row < ahead) {
+                __builtin_prefetch(x.target(row + kPrefetchRows));
+                __builtin_prefetch(y.target(row + kPrefetchRows));
+            }
+            return Way::differs(x.next(row), y.next(row));
+        });
+    } else {
+        return compare_by_words(bits, n, [&](ub4 row) { return Way::differs(x.next(row), y.next(row)); });
     }
-    for (; row < n; ++row)
-        if (!Way::same(x.next(row), y.next(row))) d.mark(row);
-    return d.count;
 }
 
+// Elements of 1, 2, 4 or 8 bytes compare as one integer.
 template <class T>
 VORN_NOINLINE ub8 compare_fixed(ub8 *bits, const ub1 *a, const ub1 *b, ub4 n) {
-    Differences d(bits, n);
-    for (ub4 row = 0; row < n; ++row)
-        if (load<T>(a + ub8{row} * sizeof(T)) != load<T>(b + ub8{row} * sizeof(T))) d.mark(row);
-    return d.count;
+    return compare_by_words(bits, n, [=](ub4 row) {
+        return load<T>(a + ub8{row} * sizeof(T)) != load<T>(b + ub8{row} * sizeof(T));
+    });
 }
 
 VORN_NOINLINE ub8 compare_fixed_bytes(ub8 *bits, const ub1 *a, const ub1 *b, ub4 n, ub8 size) {
-    Differences d(bits, n);
-    for (ub4 row = 0; row < n; ++row)
-        if (std::memcmp(a + row * size, b + row * size, size) != 0) d.mark(row);
-    return d.count;
+    return compare_by_words(bits, n, [=](ub4 row) { return std::memcmp(a + row * size, b + row * size, size) != 0; });
 }
 
 ub8 compare_fixed_rows(ub8 *bits, const vorn_vec *a, const vorn_vec *b, ub4 n) {
@@ -110,10 +138,11 @@ ub8 compare_fixed_rows(ub8 *bits, const vorn_vec *a, const vorn_vec *b, ub4 n) {
     }
 }
 
-template <class Layout>
+// ShortLayout is Layout's cursor for the short way.
+template <class Layout, class ShortLayout = Layout>
 ub8 compare_layout(vorn_vec *res, const vorn_vec *a, const vorn_vec *b, bool short_way) {
     const ub4 n = a->size;
-    const ub8 count = short_way ? compare_rows<Layout, ShortWay>(res->res_bv, a, b, n)
+    const ub8 count = short_way ? compare_rows<ShortLayout, ShortWay>(res->res_bv, a, b, n)
                                 : compare_rows<Layout, LongWay>(res->res_bv, a, b, n);
     res->num_ones = static_cast<ub4>(count);
     if (short_way) return 0;
@@ -130,7 +159,7 @@ extern "C" ub8 vorn_eq_stream_dydi(vorn_vec *res, vorn_vec *a, vorn_vec *b, vorn
     const bool short_way = (VORN_ENC_CTX_FLAG(ea, VORN_SHORT_VALUES) || VORN_ENC_CTX_FLAG(eb, VORN_SHORT_VALUES)) &&
                            (ea->max_len > eb->max_len ? ea->max_len : eb->max_len) <= 8;
     if (both(VORN_LV_SEP)) return compare_layout<layout::LvSep>(res, a, b, short_way);
-    if (both(VORN_LV)) return compare_layout<layout::Lv>(res, a, b, short_way);
+    if (both(VORN_LV)) return compare_layout<layout::Lv, layout::LvAhead>(res, a, b, short_way);
     if (both(VORN_PTR_LEN)) return compare_layout<layout::PtrLen>(res, a, b, short_way);
     if (both(VORN_LEN_PTR)) return compare_layout<layout::LenPtr>(res, a, b, short_way);
     if (both(VORN_FIXED)) {

@@ -16,7 +16,7 @@ namespace vorn::layout {
 
 struct Value {
     const ub1 *p;
-    ub4 len;
+    ub8 len;
 };
 
 VORN_INLINE const ub1 *bytes_of(const void *p) { return static_cast<const ub1 *>(p); }
@@ -40,6 +40,27 @@ struct Lv {
     VORN_INLINE Value next(ub8) {
         const Value v{p + 2, load<ub2>(p)};
         p += v.len + 2;
+        return v;
+    }
+};
+
+// VORN_LV where values may be read eight bytes past their end
+// (VORN_SHORT_VALUES): each row's length is read ahead, addressed from the
+// row before it.  The walk's one serial step is then a load, not a load and
+// an add; the last row's look-ahead reads two bytes behind the stream.
+struct LvAhead {
+    static constexpr bool kPointers = false;
+    const ub1 *p;
+    ub8 len;  // the length at p
+    explicit LvAhead(const vorn_vec *v) : p(bytes_of(v->data)), len(v->size ? load<ub2>(p) : 0) {}
+    VORN_INLINE Value next(ub8) {
+        const Value v{p + 2, len};
+        len = load<ub2>(p + v.len + 2);
+        // Keeps the compiler from loading through the advanced pointer,
+        // which would put the add back in the serial step.
+        const ub1 *q = p;
+        asm("" : "+r"(q));
+        p = q + v.len + 2;
         return v;
     }
 };
