@@ -117,7 +117,7 @@ std::vector<ub4> row_counts(unsigned bytes) {
 
 // ---- Randomised, every form -----------------------------------------------------------
 
-enum Mode { kNullCtx, kFilter, kAux, kSelective, kCompressed, kCompressedSelective, kModes };
+enum Mode { kNullCtx, kFilter, kAux, kFilterAux, kSelective, kCompressed, kCompressedSelective, kModes };
 
 TEST(DynpCompare, EveryFormAgainstTheModel) {
     std::mt19937_64 rng(24);
@@ -130,8 +130,8 @@ TEST(DynpCompare, EveryFormAgainstTheModel) {
                 TestHost host;
                 vorn_kernel_ctx k = host.kctx();
                 const auto filter = random_bits(rng, n, 0.7), aux = random_bits(rng, n, mode == kSelective ? 0.1 : 0.6);
-                const bool with_filter = mode == kFilter || mode == kSelective || mode == kCompressedSelective;
-                const bool with_aux = mode == kAux || mode == kSelective || mode == kCompressedSelective;
+                const bool with_filter = mode == kFilter || mode == kFilterAux || mode == kSelective || mode == kCompressedSelective;
+                const bool with_aux = mode == kAux || mode == kFilterAux || mode == kSelective || mode == kCompressedSelective;
                 if (with_filter) col->vec.filter_bv = filter.data();
                 if (with_aux) k.bv_aux = aux.data();
                 if (mode == kSelective || mode == kCompressedSelective) k.flags = VORN_CTX_SELECTIVE;
