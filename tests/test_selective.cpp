@@ -103,15 +103,15 @@ TEST(Selective, ResumedCopiesGiveTheRowsOfOneCall) {
                 EXPECT_EQ(all.rows, want) << what;
                 // Row limits, byte limits, and both.
                 for (ub4 room : {1u, 2u, 7u}) {
-                    const Outcome part = copy_all(*src, layout, sel, room, 12 * 14 * (n + 1), fixed_size);
-                    ASSERT_FALSE(part.stuck) << what;
-                    EXPECT_EQ(part.rows, want) << what << " rows " << room;
+                    const Outcome resumed = copy_all(*src, layout, sel, room, 12 * 14 * (n + 1), fixed_size);
+                    ASSERT_FALSE(resumed.stuck) << what;
+                    EXPECT_EQ(resumed.rows, want) << what << " rows " << room;
                 }
                 if (walked(layout)) {
                     for (ub8 bytes : {14ull, 15ull, 40ull}) {
-                        const Outcome part = copy_all(*src, layout, sel, 1000, bytes, fixed_size);
-                        ASSERT_FALSE(part.stuck) << what;
-                        EXPECT_EQ(part.rows, want) << what << " bytes " << bytes;
+                        const Outcome resumed = copy_all(*src, layout, sel, 1000, bytes, fixed_size);
+                        ASSERT_FALSE(resumed.stuck) << what;
+                        EXPECT_EQ(resumed.rows, want) << what << " bytes " << bytes;
                         const Outcome both = copy_all(*src, layout, sel, 3, bytes, fixed_size);
                         EXPECT_EQ(both.rows, want) << what << " 3 rows, bytes " << bytes;
                     }
