@@ -365,18 +365,21 @@ TEST(DecodeDict, AnEmptyColumnEndsAtRowMinusOne) {
 
 TEST(DecodeDict, IndicatorsAreClearedForOnesVecSizeEvenWithoutOnesVec) {
     std::mt19937_64 rng(36);
-    const Dictionary d = fixed_dictionary(8, 4);
-    auto col = packed_column(random_codes(rng, 10, 8), 3);
-    d.attach(col->enc);
-    TestHost host;
-    vorn_kernel_ctx k = host.kctx();
-    k.ones_vec_size = 20;
-    Output out(20);
-    decoder(3)(&out.vec, &col->vec, &k);
-    EXPECT_EQ(out.vec.num_ones, 10u);
-    for (ub4 j = 0; j < 20; ++j) EXPECT_EQ(out.flag[j], 0u) << j;
-    EXPECT_EQ(out.len[10], kSentinel);
-    EXPECT_TRUE(out.untouched_from(20));
+    for (int layout = 0; layout < 2; ++layout) {
+        const Dictionary d = layout ? variable_dictionary(rng, 8) : fixed_dictionary(8, 4);
+        const auto codes = random_codes(rng, 10, 8);
+        auto col = packed_column(codes, 3);
+        d.attach(col->enc);
+        TestHost host;
+        vorn_kernel_ctx k = host.kctx();
+        k.ones_vec_size = 20;
+        Output out(20);
+        decoder(3)(&out.vec, &col->vec, &k);
+        EXPECT_EQ(out.vec.num_ones, 10u);
+        for (ub4 j = 0; j < 20; ++j) EXPECT_EQ(out.flag[j], j < 10 ? d.entry(codes[j]).flag : 0u) << j;
+        EXPECT_EQ(out.len[10], kSentinel);
+        EXPECT_TRUE(out.untouched_from(20));
+    }
 }
 
 TEST(DecodeDict, FixedLengthZeroMakesEveryRowEmptyWithoutTheStream) {

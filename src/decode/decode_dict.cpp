@@ -20,9 +20,15 @@ ub8 decode_all_empty(vorn_vec *res, vorn_kernel_ctx *kctx) {
 }
 
 // The indicators start cleared, ones_vec_size of them whether or not
-// ones_vec is there: the caller sets the size in both cases.
-void clear_indicators(const vorn_vec *res, const vorn_kernel_ctx *kctx) {
-    std::memset(res->data3, 0, ub8{kctx->ones_vec_size} * 2);
+// ones_vec is there: the caller sets the size in both cases.  A walk that
+// writes every produced row's indicator itself (the variable-length one)
+// leaves those to the walk, so that out of cache they are written once.
+void clear_indicators(const vorn_vec *res, const vorn_vec *src, const vorn_kernel_ctx *kctx,
+                      bool walk_writes_them) {
+    const ub4 clear = kctx->ones_vec_size;
+    ub4 from = 0;
+    if (walk_writes_them) from = kctx->ones_vec ? clear : src->size;
+    if (from < clear) std::memset(static_cast<ub2 *>(res->data3) + from, 0, ub8{clear - from} * 2);
 }
 
 ub8 finish_decode(vorn_vec *res, const vorn_vec *src, vorn_kernel_ctx *kctx) {

@@ -43,7 +43,8 @@ VORN_INLINE DecodeOut decode_out(const vorn_vec *res) {
 // Shared by every width: the fixed-length-0 path, the cleared indicators
 // and the finish.
 VORN_INTERNAL ub8 decode_all_empty(vorn_vec *res, vorn_kernel_ctx *kctx);
-VORN_INTERNAL void clear_indicators(const vorn_vec *res, const vorn_kernel_ctx *kctx);
+VORN_INTERNAL void clear_indicators(const vorn_vec *res, const vorn_vec *src, const vorn_kernel_ctx *kctx,
+                                    bool walk_writes_them);
 VORN_INTERNAL ub8 finish_decode(vorn_vec *res, const vorn_vec *src, vorn_kernel_ctx *kctx);
 
 VORN_INLINE void prefetch_read(const void *p) { _mm_prefetch(static_cast<const char *>(p), _MM_HINT_T0); }
@@ -77,15 +78,38 @@ struct FixedDict {
     static constexpr bool kPrefetch = false;
 };
 
+// The prefetching walks go in batches of 8 rows whose codes were read one
+// batch earlier, when their offset entries were prefetched: each code is
+// read once, and the batch's codes stay in registers.
+inline constexpr ub4 kBatch = 8;
+inline constexpr ub4 kSymbolAhead = 8;   // rows ahead whose offset entry is prefetched
+inline constexpr ub4 kStreamAhead = 16;  // rows ahead whose stream byte is prefetched
+
 // All rows 0..n-1; the bit position is a 64-bit running sum.
 template <ub4 W, class Dict>
 VORN_INLINE void decode_all_rows(const ub1 *stream, ub4 n, const Dict &dict, const DecodeOut &o) {
     ub8 bit = 0;
     ub4 i = 0;
     if constexpr (Dict::kPrefetch) {
-        for (; i + 16 < n; ++i, bit += W) {
-            dict.prefetch_symbol(read_code_at<W>(stream, bit + 8 * W));
-            prefetch_read(stream + ((bit + 16 * W) >> 3));
+        if (n >= kBatch + kStreamAhead + 1) {
+            ub4 code[kBatch];
+            for (ub4 k = 0; k < kBatch; ++k) code[k] = read_code_at<W>(stream, ub8{k} * W);
+            // While row i + 16 exists, for every row of the batch.
+            for (; i + kBatch + kStreamAhead <= n; i += kBatch, bit += kBatch * W) {
+#pragma GCC unroll 8
+                for (ub4 k = 0; k < kBatch; ++k) {
+                    const ub8 at = bit + k * W;
+                    const ub4 ahead = read_code_at<W>(stream, at + kSymbolAhead * W);
+                    dict.prefetch_symbol(ahead);
+                    prefetch_read(stream + ((at + kStreamAhead * W) >> 3));
+                    dict.put(o, i + k, code[k]);
+                    code[k] = ahead;
+                }
+            }
+        }
+        for (; i + kStreamAhead < n; ++i, bit += W) {
+            dict.prefetch_symbol(read_code_at<W>(stream, bit + kSymbolAhead * W));
+            prefetch_read(stream + ((bit + kStreamAhead * W) >> 3));
             dict.put(o, i, read_code_at<W>(stream, bit));
         }
     }
@@ -98,19 +122,38 @@ VORN_INLINE ub4 selected_bit(ub4 row) {
     return row * W;
 }
 
+template <ub4 W>
+VORN_INLINE ub4 selected_code(const ub1 *stream, ub4 row) {
+    return read_code_at<W>(stream, selected_bit<W>(row));
+}
+
 // The rows of ones_vec, at dense positions.
 template <ub4 W, class Dict>
 VORN_INLINE void decode_selected_rows(const ub1 *stream, const ub4 *rows, ub4 k, const Dict &dict,
                                       const DecodeOut &o) {
     ub4 j = 0;
     if constexpr (Dict::kPrefetch) {
-        for (; j + 16 < k; ++j) {
-            dict.prefetch_symbol(read_code_at<W>(stream, selected_bit<W>(rows[j + 8])));
-            prefetch_read(stream + (selected_bit<W>(rows[j + 16]) >> 3));
-            dict.put(o, j, read_code_at<W>(stream, selected_bit<W>(rows[j])));
+        if (k >= kBatch + kStreamAhead + 1) {
+            ub4 code[kBatch];
+            for (ub4 b = 0; b < kBatch; ++b) code[b] = selected_code<W>(stream, rows[b]);
+            for (; j + kBatch + kStreamAhead <= k; j += kBatch) {
+#pragma GCC unroll 8
+                for (ub4 b = 0; b < kBatch; ++b) {
+                    const ub4 ahead = selected_code<W>(stream, rows[j + b + kSymbolAhead]);
+                    dict.prefetch_symbol(ahead);
+                    prefetch_read(stream + (selected_bit<W>(rows[j + b + kStreamAhead]) >> 3));
+                    dict.put(o, j + b, code[b]);
+                    code[b] = ahead;
+                }
+            }
+        }
+        for (; j + kStreamAhead < k; ++j) {
+            dict.prefetch_symbol(selected_code<W>(stream, rows[j + kSymbolAhead]));
+            prefetch_read(stream + (selected_bit<W>(rows[j + kStreamAhead]) >> 3));
+            dict.put(o, j, selected_code<W>(stream, rows[j]));
         }
     }
-    for (; j < k; ++j) dict.put(o, j, read_code_at<W>(stream, selected_bit<W>(rows[j])));
+    for (; j < k; ++j) dict.put(o, j, selected_code<W>(stream, rows[j]));
 }
 
 template <ub4 W, class Dict>
@@ -133,7 +176,7 @@ ub8 decode_dict(vorn_vec *res, vorn_vec *src, vorn_kernel_ctx *kctx) {
     if (layout == 0 && fixed_len == 0) return decode_all_empty(res, kctx);
 
     const ub1 *stream = column_stream<Text>(src, kctx);
-    clear_indicators(res, kctx);
+    clear_indicators(res, src, kctx, layout == 1);
     const DecodeOut o = decode_out(res);
     if (layout == 1)
         decode_rows<W>(stream, src, kctx, VarDict{base, enc->sym_offsets}, o);
