@@ -95,7 +95,7 @@ VORN_INLINE void decode_all_rows(const ub1 *stream, ub4 n, const Dict &dict, con
             ub4 code[kBatch];
             for (ub4 k = 0; k < kBatch; ++k) code[k] = read_code_at<W>(stream, ub8{k} * W);
             // While row i + 16 exists, for every row of the batch.
-            for (; i + kBatch + kStreamAhead <= n; i += kBatch, bit += kBatch * W) {
+            for (; ub8{i} + kBatch + kStreamAhead <= n; i += kBatch, bit += kBatch * W) {
 #pragma GCC unroll 8
                 for (ub4 k = 0; k < kBatch; ++k) {
                     const ub8 at = bit + k * W;
@@ -107,7 +107,7 @@ VORN_INLINE void decode_all_rows(const ub1 *stream, ub4 n, const Dict &dict, con
                 }
             }
         }
-        for (; i + kStreamAhead < n; ++i, bit += W) {
+        for (; ub8{i} + kStreamAhead < n; ++i, bit += W) {
             dict.prefetch_symbol(read_code_at<W>(stream, bit + kSymbolAhead * W));
             prefetch_read(stream + ((bit + kStreamAhead * W) >> 3));
             dict.put(o, i, read_code_at<W>(stream, bit));
@@ -136,7 +136,7 @@ VORN_INLINE void decode_selected_rows(const ub1 *stream, const ub4 *rows, ub4 k,
         if (k >= kBatch + kStreamAhead + 1) {
             ub4 code[kBatch];
             for (ub4 b = 0; b < kBatch; ++b) code[b] = selected_code<W>(stream, rows[b]);
-            for (; j + kBatch + kStreamAhead <= k; j += kBatch) {
+            for (; ub8{j} + kBatch + kStreamAhead <= k; j += kBatch) {
 #pragma GCC unroll 8
                 for (ub4 b = 0; b < kBatch; ++b) {
                     const ub4 ahead = selected_code<W>(stream, rows[j + b + kSymbolAhead]);
@@ -147,7 +147,7 @@ VORN_INLINE void decode_selected_rows(const ub1 *stream, const ub4 *rows, ub4 k,
                 }
             }
         }
-        for (; j + kStreamAhead < k; ++j) {
+        for (; ub8{j} + kStreamAhead < k; ++j) {
             dict.prefetch_symbol(selected_code<W>(stream, rows[j + kSymbolAhead]));
             prefetch_read(stream + (selected_bit<W>(rows[j + kStreamAhead]) >> 3));
             dict.put(o, j, selected_code<W>(stream, rows[j]));
