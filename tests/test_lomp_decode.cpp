@@ -555,15 +555,6 @@ TEST(LompTables, EachRowExtractsEightCodesOfItsWidth) {
     }
 }
 
-TEST(LompTables, ALaneTakesOneByteWhenItsCodeFitsOne) {
-    // Width 4: every code sits in one byte.  Width 5, lane 1: bits 5..9.
-    for (ub4 k = 0; k < 8; ++k) EXPECT_EQ(vorn_lomp_decode_shuffle_masks[1][2 * k + 1], 0x80);
-    EXPECT_EQ(vorn_lomp_decode_shuffle_masks[2][2], 1);
-    EXPECT_EQ(vorn_lomp_decode_shuffle_masks[2][3], 0);
-    EXPECT_EQ(vorn_lomp_decode_shift_masks[2][1], 16 - 5 - 5);
-    EXPECT_EQ(vorn_lomp_decode_and_masks[2][1], 0x1f << 6);
-}
-
 // ---- Compare kernels over real compressed columns -----------------------------------
 
 void literal_store(unsigned width, ub4 code, ub8 &storage) {
