@@ -167,7 +167,7 @@ int main(int argc, char **argv) {
     std::printf("table        %s rows in %u column units of %u rows, generated in %.1f s\n",
                 std::to_string(table.rows).c_str(), table.units, table.unit_rows, seconds_since(gen_start));
 
-    demo::Scan scan(lib, opt.threads);
+    demo::Scan scan(lib, opt.threads);  // each worker's lomp_decode is this library's decoder
     std::printf("threads      %u, each with its own host services and kernel records\n", scan.threads());
     const std::vector<demo::Outcome> outcomes = demo::run_queries(scan, table);
     if (outcomes.size() == 1 && outcomes[0].library_seconds == 0) {

@@ -100,6 +100,7 @@ public:
                 VORN_DISPATCH_INDEX(t_.city.enc.kernel_group, VORN_OP_MINMAX, 0),
                 VORN_DISPATCH_INDEX(t_.city.enc.kernel_group, VORN_OP_DECODE, 0),
                 VORN_DISPATCH_INDEX(t_.status[0].enc.kernel_group, VORN_OP_EQ, 0),
+                xlate_index(),
                 VORN_DISPATCH_INDEX(6 * 4 + VORN_ENC_SPECIAL, VORN_OP_BURST, 0)};
     }
 
@@ -115,10 +116,12 @@ public:
             return {o};
         }
         range_predicate();
+        compressed_range();
         second_predicate();
         nullable_with_filter_and_selection();
         min_max();
         decode();
+        translate();
         run_length();
         return out_;
     }
@@ -156,9 +159,55 @@ private:
             }
         });
         o.rows = static_cast<double>(t_.rows);
+        q1_count_ = total(counts);
         o.ok = same_bits(t_, q1_, model, o.mismatch) && total(counts) == total(model_counts);
         o.answer = with_commas(total(counts)) + " rows";
         out_.push_back(o);
+    }
+
+    // Q1 again on the compressed copy of the column: the first kernel that
+    // meets a unit decompresses it into the unit's cache cell, and every
+    // later scan of the unit finds the cell filled.
+    void compressed_range() {
+        for (int pass = 0; pass < 2; ++pass) {
+            Outcome o;
+            o.title = pass == 0 ? "Q1 on the compressed column, first scan" : "Q1 on the compressed column, again";
+            ub8 packed = 0, compressed = 0;
+            for (const CompressedUnit &c : t_.city_lomp) packed += c.plain_bytes, compressed += c.stream.size();
+            o.question = pass == 0 ? "the same predicate; each unit decompressed once (" + with_commas(compressed) +
+                                         " bytes to " + with_commas(packed) + ") into its cache cell"
+                                   : "the same predicate; every cache cell already filled, no decode";
+            std::vector<Bits> bits = unit_bits(t_);
+            std::vector<ub8> counts(t_.units);
+            std::vector<ub8> decodes(scan_.threads());
+            const ub4 index = VORN_DISPATCH_INDEX(t_.city_lomp_enc.kernel_group, VORN_OP_GE_LT, 0);
+            o.library_seconds = scan_.for_units(t_.units, [&](Worker &w, ub4 u) {
+                CompressedUnit &c = t_.city_lomp[u];
+                vorn_vec src{}, res = result(bits[u], t_.unit_size(u));
+                src.data = c.stream.data();
+                src.enc_ctx = &t_.city_lomp_enc;
+                src.size = t_.unit_size(u);
+                src.decomp_size = c.plain_bytes;
+                src.decomp_slot = &c.cell;
+                src.alloc_tag = u;
+                vorn_kernel_ctx k = w.kctx();
+                const ub4 before = w.host.decode_calls;
+                scan_.range(w, index, &res, &src, &lo_, &hi_, &k, src.size);
+                decodes[w.id] += w.host.decode_calls - before;
+                counts[u] = res.num_ones;
+            });
+            // The scalar side is Q1's model: the same rows must come out.
+            o.scalar_seconds = out_[0].scalar_seconds;
+            o.rows = static_cast<double>(t_.rows);
+            o.ok = same_bits(t_, bits, q1_, o.mismatch) && total(counts) == q1_count_;
+            const ub8 decoded = total(decodes);
+            if (decoded != (pass == 0 ? t_.units : 0)) {
+                o.ok = false;
+                o.mismatch = std::to_string(decoded) + " decodes in this scan";
+            }
+            o.answer = with_commas(total(counts)) + " rows, " + std::to_string(decoded) + " unit decodes";
+            out_.push_back(o);
+        }
     }
 
     // Q2: a second predicate on a fixed-width column, combined with Q1 by
@@ -325,11 +374,66 @@ private:
         out_.push_back(o);
     }
 
-    // Q6: a run-length column, compared once per run; the host's rle_expand
+    static ub4 xlate_index() {
+        return VORN_DISPATCH_INDEX(2 /* ub1 entries, no layout suffix */ * 4 + VORN_XLATE_SIM, VORN_OP_XLATE, 1);
+    }
+
+    // Q6: the store numbers of Q3's rows carried through a translation table
+    // to region numbers; a closed store has no mapping and drops its row.
+    void translate() {
+        Outcome o;
+        o.title = "Q6 translation";
+        o.question = "region of the store of Q3's rows: 5,000 store numbers through a ub1 table, 5% unmapped";
+        std::vector<Bits> bits = unit_bits(t_);
+        std::vector<std::vector<ub1>> regions(t_.units);
+        std::vector<ub8> counts(t_.units);
+        vorn_xlate_table table{};
+        table.table = t_.store_region.data();
+        o.library_seconds = scan_.for_units(t_.units, [&](Worker &w, ub4 u) {
+            regions[u].resize(t_.unit_size(u));
+            vorn_vec src = fixed_unit(t_, t_.store, t_.store_enc, u), res = result(bits[u], src.size);
+            vorn_xlate_ctx x{};
+            x.low_code = 0;
+            x.high_code = 4999;
+            x.out = regions[u].data();
+            x.first_kept = x.last_kept = VORN_XLATE_NO_ROW;
+            vorn_kernel_ctx k = w.kctx();
+            k.bv_aux = q3_[u].data();
+            k.xlate_ctx = &x;
+            scan_.xlate(w, xlate_index(), &res, &src, &table, &k, src.size);
+            counts[u] = x.kept;
+        });
+        std::vector<char> unit_ok(t_.units, 1);
+        std::vector<ub8> model_counts(t_.units);
+        std::vector<std::vector<ub8>> per_region(t_.units, std::vector<ub8>(12));
+        o.scalar_seconds = scan_.for_units(t_.units, [&](Worker &, ub4 u) {
+            const ub1 *store = static_cast<const ub1 *>(fixed_unit(t_, t_.store, t_.store_enc, u).data);
+            for (ub4 i = 0, n = t_.unit_size(u); i < n; ++i) {
+                const ub1 region = bit(q3_[u], i) ? t_.store_region[be32_at(store + 4 * i)] : 255;
+                if (region != 255) ++model_counts[u], ++per_region[u][region];
+                if (regions[u][i] != region || bit(bits[u], i) != (region != 255)) unit_ok[u] = 0;
+            }
+        });
+        o.rows = static_cast<double>(t_.rows);
+        o.ok = std::all_of(unit_ok.begin(), unit_ok.end(), [](char c) { return c != 0; }) &&
+               total(counts) == total(model_counts);
+        if (!o.ok) o.mismatch = "a translated value, a row bit or the kept count differs";
+        ub8 top = 0, top_count = 0;
+        for (ub8 r = 0; r < 12; ++r) {
+            ub8 c = 0;
+            for (const auto &pr : per_region) c += pr[r];
+            if (c > top_count) top = r, top_count = c;
+        }
+        o.answer = with_commas(total(counts)) + " rows kept; busiest region " + std::to_string(top) + " with " +
+                   with_commas(top_count) + " rows";
+        out_.push_back(o);
+    }
+
+    // Q7: a run-length column, compared once per run; the host's rle_expand
     // spreads the run bits over the rows with the burst kernel.
     void run_length() {
         Outcome o;
-        o.title = "Q6 run-length column";
+        o.title = "Q7 run-length column";
         const ub4 three = 3;
         o.question = "status = 3: 4-bit codes in runs of 1 to 255 rows, expanded by the burst kernel";
         std::vector<Bits> bits = unit_bits(t_);
@@ -370,6 +474,7 @@ private:
     Scan &scan_;
     Table &t_;
     ub4 lo_ = 0, hi_ = 0;
+    ub8 q1_count_ = 0;
     std::vector<Bits> q1_, q2_, q3_;
     std::vector<Outcome> out_;
 };

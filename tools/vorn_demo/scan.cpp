@@ -20,6 +20,7 @@ Scan::Scan(const vornhost::Library &lib, unsigned threads) : lib_(lib) {
     for (unsigned i = 0; i < threads; ++i) {
         workers_.push_back(std::make_unique<Worker>());
         workers_.back()->id = i;
+        workers_.back()->host.decoder = lib.ctx->vorn_lomp_decode_dydi;
     }
 }
 

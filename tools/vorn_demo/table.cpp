@@ -1,5 +1,7 @@
 #include "vorn_demo/table.h"
 
+#include "host/lomp_encoder.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -87,6 +89,17 @@ void generate(Table &t, ub8 rows, ub8 seed, bool progress, vorn_rle_expand_fn ex
     t.city.enc.sym_offsets = t.cities.offsets.data();
     t.city.enc.sym_layout = 1;
 
+    p.step("city codes compressed per unit");
+    t.city_lomp.resize(t.units);
+    for (ub4 u = 0; u < t.units; ++u) {
+        const ub8 first = static_cast<ub8>(t.unit_first(u)) * 11 / 8;
+        const ub8 bytes = (static_cast<ub8>(t.unit_size(u)) * 11 + 7) / 8;
+        t.city_lomp[u].stream = vornhost::lomp_compress(t.city.stream.data() + first, bytes).bytes;
+        t.city_lomp[u].plain_bytes = static_cast<ub4>(bytes);
+    }
+    t.city_lomp_enc = t.city.enc;
+    t.city_lomp_enc.flags |= VORN_LOMP;
+
     p.step("category codes (6-bit, 10% null)");
     for (auto &c : codes) c = rng() % 10 == 0 ? 0 : 1 + rng() % 40;
     set_packed(t.category, codes, 6, 41);
@@ -105,6 +118,8 @@ void generate(Table &t, ub8 rows, ub8 seed, bool progress, vorn_rle_expand_fn ex
     t.store_enc.flags = VORN_ALIGNED;
     t.store_enc.bit_width = 32;
     t.store_enc.num_symbols = 5000;
+    t.store_region.resize(5000);
+    for (auto &r : t.store_region) r = rng() % 20 == 0 ? 255 : static_cast<ub1>(rng() % 12);
 
     p.step("status runs (4-bit codes)");
     t.status.resize(t.units);

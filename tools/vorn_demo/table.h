@@ -38,7 +38,7 @@ struct RleUnit {
 
 // A unit's compressed copy of a packed stream, and its cache cell.
 struct CompressedUnit {
-    std::vector<ub1> stream;
+    Bytes stream;
     ub4 plain_bytes = 0;
     void *cell = nullptr;
 };
@@ -56,6 +56,7 @@ struct Table {
     Bytes amount;               // fixed-width big-endian ub4 per row
     vorn_enc_ctx amount_enc{};
     Bytes store;                // big-endian ub4 store numbers, an aligned code array
+    std::vector<ub1> store_region;  // store number -> region 0..11, 255 for a closed store
     vorn_enc_ctx store_enc{};
     std::vector<RleUnit> status;  // 4-bit status codes in runs
     std::vector<ub8> visible;   // rows not deleted: the filter of every scan
