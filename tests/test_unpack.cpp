@@ -275,6 +275,38 @@ TEST(Unpack, ManySmallCallsGiveWhatOneCallGives) {
     }
 }
 
+// The stream with exactly the three readable bytes behind it that the
+// reference read may touch: under the sanitizer a block load past them
+// stops the test.
+struct ExactStream {
+    std::unique_ptr<ub1[]> bytes;
+    ExactStream(Column &col, unsigned w, ub4 codes) {
+        const std::size_t n = (static_cast<std::size_t>(codes) * w + 7) / 8 + 3;
+        bytes.reset(new ub1[n]);
+        std::memcpy(bytes.get(), col.data.data(), n);
+        col.vec.data = bytes.get();
+    }
+};
+
+TEST(Unpack, BlocksReadNothingBehindTheStreamsThreeSpareBytes) {
+    std::mt19937_64 rng(28);
+    TestHost host;
+    for (unsigned w : kWidths) {
+        for (ub4 n : {64u, 100u, 128u, 191u, 192u, 257u, 1000u}) {
+            for (Sel kind : {Sel::none, Sel::dense}) {
+                Source src = make_source(rng, w, Layout::plain, false, n);
+                ExactStream exact(*src.col, w, n);
+                const Selection sel = make_selection(rng, kind, n, 0.9);
+                vorn_kernel_ctx k = host.kctx();
+                apply(k, sel);
+                Out out(n, element_bytes(w, false));
+                const Got g = call(k, src, out, w);
+                expect_output(out, g, model(src.rows, sel, 0, n).out, 0, kernel_name(w) + " exact stream");
+            }
+        }
+    }
+}
+
 // ---- Run-length edge cases ----------------------------------------------------------
 
 struct RunColumn {
