@@ -97,8 +97,10 @@ struct Scan {
         a.max = _mm_max_epu32(a.max, v);
     }
 
+    // Two accumulators, taken in turn, halve the chain of dependent
+    // minimum and maximum operations in a block.
     template <bool Selected>
-    static VORN_INLINE void block(const ub1 *bytes, Lanes &a, ub4 sel) {
+    static VORN_INLINE void block(const ub1 *bytes, Lanes (&a)[2], ub4 sel) {
         _mm_prefetch(reinterpret_cast<const char *>(bytes + 640), _MM_HINT_T0);
         const __m128i sel_lanes = _mm_set1_epi32(static_cast<int>(sel));
         auto keep = [&](auto q) {
@@ -110,10 +112,10 @@ struct Scan {
             constexpr ub4 gi = decltype(g)::value;
             const __m128i v = L::template extract<gi>(bytes);
             if constexpr (L::kLaneBits == 16) {
-                fold4<Selected>(a, lanes::widen_low(v), keep(std::integral_constant<ub4, 2 * gi>{}));
-                fold4<Selected>(a, lanes::widen_high(v), keep(std::integral_constant<ub4, 2 * gi + 1>{}));
+                fold4<Selected>(a[0], lanes::widen_low(v), keep(std::integral_constant<ub4, 2 * gi>{}));
+                fold4<Selected>(a[1], lanes::widen_high(v), keep(std::integral_constant<ub4, 2 * gi + 1>{}));
             } else {
-                fold4<Selected>(a, v, keep(std::integral_constant<ub4, gi>{}));
+                fold4<Selected>(a[gi % 2], v, keep(std::integral_constant<ub4, gi>{}));
             }
         });
     }
@@ -127,7 +129,7 @@ struct Scan {
         ub8 row = from;
         const ub8 lead = size < lanes::round_up(row, L::kAlignRows) ? size : lanes::round_up(row, L::kAlignRows);
         for (; row < lead; ++row) one(row);
-        Lanes a;
+        Lanes a[2];
         const ub1 *aux_bytes = reinterpret_cast<const ub1 *>(aux);
         for (; row + 32 <= size && row + kSpan <= size; row += 32) {
             ub4 sel = 0;
@@ -137,7 +139,8 @@ struct Scan {
             }
             block<Selected>(stream + row * W / 8, a, sel);
         }
-        merge(f, a);
+        merge(f, a[0]);
+        merge(f, a[1]);
         for (; row < size; ++row) one(row);
     }
 
