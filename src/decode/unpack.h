@@ -36,9 +36,10 @@
 //                      caller's error and is raised;
 //   otherwise          a contiguous stretch of min(src.size - row_pos,
 //                      res.size) rows: the codes of the runs it touches are
-//                      unpacked by the plain path into the end of the
-//                      stretch's output, and expanded in place from the
-//                      front (rle_expand.h).  The first run gets its rows
+//                      unpacked into the end of the stretch's output by the
+//                      kernel itself, called on a view of the column as a
+//                      plain stream of run codes, and expanded in place from
+//                      the front (rle_expand.h).  The first run gets its rows
 //                      from row_pos on; the trim leaves the stretch's last
 //                      element unwritten, since it already holds the last
 //                      run's code.
@@ -47,7 +48,8 @@
 // walked row by row instead, as the listed rows are.
 //
 // Widths 17 to 20, 24 and 32 take ub4 elements and the same walk: the run
-// codes unpacked by the plain path, then the in-place ub4 expansion.
+// codes unpacked by the kernel's own call on the view, then the in-place ub4
+// expansion.
 #pragma once
 
 #include <nmmintrin.h>
@@ -245,6 +247,25 @@ struct Rows {
 
 // ---- Run-length columns --------------------------------------------------------
 
+// The codes of runs [first, first + n) as if they were rows: the kernel on a
+// view whose encoding context is a zeroed record (no VORN_RLE, no VORN_LOMP)
+// and whose data is the stream already obtained.  `flags` keeps the element
+// size of the caller.
+template <ub4 W>
+VORN_NOINLINE void unpack_runs_as_rows(const ub1 *stream, ub4 first, ub4 n, ub4 stream_runs, void *out, ub2 flags) {
+    const vorn_enc_ctx plain{};
+    vorn_vec src{}, res{};
+    src.enc_ctx = &plain;
+    src.data = const_cast<ub1 *>(stream);
+    src.size = stream_runs;
+    res.data = out;
+    res.size = n;
+    vorn_kernel_ctx view{};
+    view.flags = flags & VORN_CTX_UNPACK_UB4;
+    view.row_pos = first;
+    decode_unpack_dict<W>(&res, &src, &view);
+}
+
 // Where a walk that starts at first_row picks up: the run in byte_pos, or
 // before run 0 for a fresh context or a row before that run.
 template <ub4 LenBytes>
@@ -327,12 +348,15 @@ struct Runs {
             Walk walk{stream, lens, first};
             for (ub4 j = 0; j < rows; ++j) out[j] = walk.at(from + j);
         } else {
-            // The run codes go to the end of the stretch's output, by the
-            // plain path on the stream read as runs 0..last; then each is
-            // spread over its rows from the front.
+            // The run codes go to the end of the stretch's output: the
+            // kernel calls itself on a view of the column as a plain stream
+            // of runs 0..last, from the first run, with room for the runs.
+            // The views are copies on the stack, so the caller's records are
+            // never rewritten.  Then each code is spread over its rows from
+            // the front.
             const ub4 nruns = c.run - first.run + 1;
             E *codes = out + (rows - nruns);
-            Rows<W, E>::plain(stream, first.run, nruns, static_cast<ub8>(c.run) + 1, codes);
+            unpack_runs_as_rows<W>(stream, first.run, nruns, c.run + 1, codes, k->flags);
             vorn_vec to{}, from_codes{};
             to.data = out;
             from_codes.data = codes;
