@@ -115,7 +115,7 @@ struct Rows {
     using L = lanes::Layout<W>;
     static constexpr ub4 kGroups = 64 / L::kLanes;
     static constexpr ub4 kSpan = L::template kSpanRows<64>;
-    static_assert(sizeof(E) == 4 || L::kLaneBits == 16 || sizeof(E) == 2, "ub1 elements have 16-bit lanes");
+    static_assert(sizeof(E) != 1 || L::kLaneBits == 16, "widths of ub1 elements fit 16-bit lanes");
 
     static VORN_INLINE E read(const ub1 *stream, ub8 row) { return static_cast<E>(read_code<W>(stream, row)); }
 
