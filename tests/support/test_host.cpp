@@ -39,19 +39,9 @@ unsigned rle_expand_calls = 0;
 ub8 scalar_rle_expand(vorn_host_services *, vorn_vec *res, vorn_vec *src, vorn_kernel_ctx *runs) {
     ++rle_expand_calls;
     const vorn_enc_ctx *enc = src->enc_ctx;
-    const ub1 *lens = static_cast<const ub1 *>(enc->rle_lens);
-    std::memset(res->res_bv, 0, (src->size + 63) / 64 * 8);
-    ub8 row = 0, count = 0;
-    for (ub4 r = 0; r < enc->rle_runs; ++r) {
-        const ub4 len = enc->rle_len_bits == 16 ? (lens[2 * r] << 8 | lens[2 * r + 1]) : lens[r];
-        if (vornhost::test_bit(runs->bv_aux, r)) {
-            for (ub4 k = 0; k < len; ++k) vornhost::set_bit(res->res_bv, row + k);
-            count += len;
-        }
-        row += len;
-    }
-    res->num_ones = static_cast<ub4>(count);
-    return count == 0 ? 1 : 0;
+    const ub4 width_field = (enc->rle_len_bits == 16 ? 14 : 6) + (enc->rle_cla ? 1 : 0);
+    const ub4 index = VORN_DISPATCH_INDEX(VORN_KERNEL_GROUP(width_field, VORN_ENC_SPECIAL), VORN_OP_BURST, 0);
+    return kernel(index).decode(res, src, runs);
 }
 
 void Column::set_data(Bytes bytes) {
@@ -87,6 +77,20 @@ void Column::make_rle(const std::vector<ub4> &lengths, unsigned len_bits, vorn_r
     rle_bv.assign(lengths.size() / 64 + 3, 0);
     enc.rle_bv = rle_bv.data();
     vec.size = static_cast<ub4>(rows);
+}
+
+void Column::add_cla() {
+    const ub4 runs = enc.rle_runs;
+    cla.resize(4 * (static_cast<std::size_t>(runs) + 1));
+    ub4 sum = 0;
+    for (ub4 r = 0; r <= runs; ++r) {
+        ub1 *p = cla.data() + 4 * r;
+        p[0] = static_cast<ub1>(sum >> 24), p[1] = static_cast<ub1>(sum >> 16);
+        p[2] = static_cast<ub1>(sum >> 8), p[3] = static_cast<ub1>(sum);
+        if (r < runs)
+            sum += enc.rle_len_bits == 16 ? (lens.data()[2 * r] << 8 | lens.data()[2 * r + 1]) : lens.data()[r];
+    }
+    enc.rle_cla = cla.data();
 }
 
 std::unique_ptr<Column> packed_column(const std::vector<ub8> &codes, unsigned width) {

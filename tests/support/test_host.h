@@ -42,9 +42,11 @@ struct TestHost : vornhost::HostServices {
     void use_copying_decoder();
 };
 
-// rle_expand of the test host: the plain scalar expansion of run bits to row
-// bits, by the lengths in the source's encoding context (ub1, or big-endian
-// ub2 when rle_len_bits is 16).  Counts its calls.
+// rle_expand of the test host: the library's burst kernel for the source's
+// lengths, called through the dispatch table as a server would:
+// vorn_burst_rle_8bit or vorn_burst_rle_16bit by rle_len_bits, their _cla
+// form when the column has rle_cla.  Counts its calls.  (The name stays for
+// the tests that pass it to make_rle.)
 ub8 scalar_rle_expand(vorn_host_services *host, vorn_vec *res, vorn_vec *src, vorn_kernel_ctx *runs);
 extern unsigned rle_expand_calls;
 
@@ -54,7 +56,7 @@ extern unsigned rle_expand_calls;
 struct Column {
     vorn_enc_ctx enc{};
     vorn_vec vec{};
-    Bytes data, data2, lens;
+    Bytes data, data2, lens, cla;
     std::vector<ub8> rle_bv;
     void *cell = nullptr;  // the decomp_slot cell
 
@@ -70,6 +72,9 @@ struct Column {
     // lengths are stored as ub1 (len_bits 8) or big-endian ub2 (16).
     void make_rle(const std::vector<ub4> &lengths, unsigned len_bits,
                   vorn_rle_expand_fn expand = scalar_rle_expand);
+    // Adds the cumulative length array of the runs (rle_cla): big-endian
+    // ub4, rle_runs + 1 entries.  Call after make_rle.
+    void add_cla();
 };
 
 // Codes of width w in the packed layout; `group` is the dispatch group.

@@ -1,0 +1,9 @@
+// minmax_w17_32.cpp - vorn_minmax_dict_<w>bit and its _null form for widths 17, 18, 19, 20, 24, 32.
+#include "aggregate/minmax.h"
+
+VORN_INSTANTIATE_MINMAX(17)
+VORN_INSTANTIATE_MINMAX(18)
+VORN_INSTANTIATE_MINMAX(19)
+VORN_INSTANTIATE_MINMAX(20)
+VORN_INSTANTIATE_MINMAX(24)
+VORN_INSTANTIATE_MINMAX(32)

@@ -1,0 +1,9 @@
+// minmax_w7_12.cpp - vorn_minmax_dict_<w>bit and its _null form for widths 7, 8, 9, 10, 11, 12.
+#include "aggregate/minmax.h"
+
+VORN_INSTANTIATE_MINMAX(7)
+VORN_INSTANTIATE_MINMAX(8)
+VORN_INSTANTIATE_MINMAX(9)
+VORN_INSTANTIATE_MINMAX(10)
+VORN_INSTANTIATE_MINMAX(11)
+VORN_INSTANTIATE_MINMAX(12)

@@ -1,0 +1,8 @@
+// unpack_w11_15.cpp - vorn_decode_unpack_dict_<w>bit for widths 11, 12, 13, 14, 15.
+#include "decode/unpack.h"
+
+VORN_INSTANTIATE_UNPACK(11)
+VORN_INSTANTIATE_UNPACK(12)
+VORN_INSTANTIATE_UNPACK(13)
+VORN_INSTANTIATE_UNPACK(14)
+VORN_INSTANTIATE_UNPACK(15)

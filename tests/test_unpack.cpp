@@ -1,0 +1,572 @@
+// Decode with unpack: every width and element size against a scalar model
+// for each form of selection, on plain, compressed and run-length columns;
+// resumed runs of many small calls against one call, starting at every row
+// of a run; the in-place expansion functions on their own; the messages.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "decode/rle_expand.h"
+#include "support/run_columns.h"
+#include "support/test_host.h"
+
+namespace {
+
+using namespace vorntest;
+
+const unsigned kWidths[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 24, 32};
+
+ub4 unpack_index(unsigned w) {
+    return VORN_DISPATCH_INDEX(VORN_KERNEL_GROUP(VORN_WIDTH_CODE(w), VORN_ENC_DICT), VORN_OP_DECODE_UNPACK, 0);
+}
+
+std::string kernel_name(unsigned w) { return "vorn_decode_unpack_dict_" + std::to_string(w) + "bit"; }
+
+unsigned element_bytes(unsigned w, bool wide) { return wide || w > 16 ? 4 : w > 8 ? 2 : 1; }
+
+// The output array: `cap` elements and guard bytes behind them.
+struct Out {
+    static constexpr ub1 kGuard = 0xa7;
+    std::vector<ub8> store;
+    ub4 cap;
+    unsigned esize;
+    Out(ub4 capacity, unsigned element) : store((capacity * element + 128) / 8 + 1), cap(capacity), esize(element) {
+        std::memset(store.data(), kGuard, store.size() * 8);
+    }
+    ub1 *data() { return reinterpret_cast<ub1 *>(store.data()); }
+    ub8 at(ub4 i) const {
+        const ub1 *p = reinterpret_cast<const ub1 *>(store.data()) + static_cast<std::size_t>(i) * esize;
+        ub8 v = 0;
+        std::memcpy(&v, p, esize);  // native order, zero-extended
+        return v;
+    }
+    bool guard_intact() const {
+        const ub1 *p = reinterpret_cast<const ub1 *>(store.data());
+        for (std::size_t i = static_cast<std::size_t>(cap) * esize; i < store.size() * 8; ++i)
+            if (p[i] != kGuard) return false;
+        return true;
+    }
+};
+
+// ---- Columns and selections ------------------------------------------------------
+
+enum class Layout { plain, rle8, rle16 };
+
+struct Source {
+    std::unique_ptr<Column> col;
+    std::vector<ub8> rows;  // the code of every row
+};
+
+Source make_source(std::mt19937_64 &rng, unsigned w, Layout layout, bool compressed, ub4 approx_rows,
+                   bool zero_runs = true) {
+    Source s;
+    if (layout == Layout::plain) {
+        s.rows = random_codes(rng, approx_rows, w);
+        s.col = packed_column(s.rows, w);
+    } else {
+        const unsigned bits = layout == Layout::rle8 ? 8 : 16;
+        const ub4 runs = std::max<ub4>(1, approx_rows / 9);
+        const auto lengths = random_lengths(rng, runs, bits, zero_runs);
+        const auto codes = random_codes(rng, runs, w);
+        s.col = packed_column(codes, w);
+        s.col->make_rle(lengths, bits);
+        s.rows = rows_of_runs(codes, lengths);
+    }
+    if (compressed) s.col->compress_by_copy();
+    return s;
+}
+
+enum class Sel { none, dense, selective, list };
+const char *sel_name(Sel s) {
+    return s == Sel::none ? "none" : s == Sel::dense ? "bv_aux" : s == Sel::selective ? "selective" : "ones_vec";
+}
+
+struct Selection {
+    Sel kind = Sel::none;
+    std::vector<ub8> aux;
+    std::vector<ub4> list;
+};
+
+Selection make_selection(std::mt19937_64 &rng, Sel kind, ub4 rows, double density) {
+    Selection s;
+    s.kind = kind;
+    if (kind == Sel::dense || kind == Sel::selective) {
+        s.aux = random_bits(rng, rows, density);
+        if (rows % 64) s.aux[rows / 64] |= ~0ull << (rows % 64);  // bits behind the rows: ignored
+    } else if (kind == Sel::list) {
+        std::bernoulli_distribution d(density);
+        for (ub4 i = 0; i < rows; ++i)
+            if (d(rng)) s.list.push_back(i);
+        if (s.list.empty() && rows) s.list.push_back(static_cast<ub4>(rng() % rows));
+    }
+    return s;
+}
+
+void apply(vorn_kernel_ctx &k, const Selection &s) {
+    if (s.kind == Sel::dense || s.kind == Sel::selective) k.bv_aux = s.aux.data();
+    if (s.kind == Sel::selective) k.flags |= VORN_CTX_SELECTIVE;
+    if (s.kind == Sel::list) {
+        k.ones_vec = s.list.data();
+        k.ones_vec_size = static_cast<ub4>(s.list.size());
+    }
+}
+
+// ---- The model ---------------------------------------------------------------
+
+struct Expect {
+    std::vector<ub8> out;
+    ub4 row_pos;
+};
+
+Expect model(const std::vector<ub8> &rows, const Selection &s, ub4 start, ub4 room) {
+    Expect e{{}, start};
+    const ub4 size = static_cast<ub4>(rows.size());
+    switch (s.kind) {
+        case Sel::none:
+            for (ub4 r = start; r < size && e.out.size() < room; ++r) e.out.push_back(rows[r]);
+            e.row_pos = start + static_cast<ub4>(e.out.size());
+            break;
+        case Sel::dense:
+        case Sel::selective: {
+            if (room == 0) break;
+            ub4 last = 0;
+            for (ub4 r = start; r < size && e.out.size() < room; ++r)
+                if (vornhost::test_bit(s.aux.data(), r)) e.out.push_back(rows[r]), last = r;
+            e.row_pos = e.out.size() == room ? last + 1 : size;
+            break;
+        }
+        case Sel::list:
+            for (ub4 r : s.list) e.out.push_back(rows[r]);
+            e.row_pos = s.list.empty() ? 0 : s.list.back() + 1;
+            break;
+    }
+    return e;
+}
+
+struct Got {
+    ub8 code;
+    ub4 num_ones;
+};
+
+Got call(vorn_kernel_ctx &k, Source &src, Out &out, unsigned w) {
+    vorn_vec res{};
+    res.data = out.data();
+    res.size = out.cap;
+    res.num_ones = 0xdead;
+    const ub8 code = kernel(unpack_index(w)).decode(&res, &src.col->vec, &k);
+    return {code, res.num_ones};
+}
+
+void expect_output(const Out &out, const Got &g, const std::vector<ub8> &want, ub4 from, const std::string &what) {
+    ASSERT_EQ(g.num_ones, want.size() - from) << what;
+    EXPECT_EQ(g.code, want.size() == from ? 1u : 0u) << what;
+    for (std::size_t i = from; i < want.size(); ++i)
+        ASSERT_EQ(out.at(static_cast<ub4>(i - from)), want[i]) << what << " element " << i - from;
+    EXPECT_TRUE(out.guard_intact()) << what;
+}
+
+// ---- One call ------------------------------------------------------------------
+
+TEST(Unpack, EveryWidthElementSelectionAndStorageAgreesWithTheModel) {
+    std::mt19937_64 rng(21);
+    TestHost host;
+    host.use_copying_decoder();
+    for (unsigned w : kWidths) {
+        for (bool wide : {false, true}) {
+            if (w > 16 && wide) continue;  // always ub4
+            for (Layout layout : {Layout::plain, Layout::rle8, Layout::rle16}) {
+                for (bool compressed : {false, true}) {
+                    for (Sel kind : {Sel::none, Sel::dense, Sel::selective, Sel::list}) {
+                        for (ub4 n : {1u, 64u, 65u, 333u, 2500u}) {
+                            Source src = make_source(rng, w, layout, compressed, n);
+                            const ub4 size = src.col->vec.size;
+                            const double density = std::uniform_real_distribution<double>(0, 1)(rng);
+                            const Selection sel = make_selection(rng, kind, size, density);
+                            const ub4 start = size && rng() % 2 ? static_cast<ub4>(rng() % size) : 0;
+                            // Room for everything, or for a part.
+                            const ub4 room = rng() % 3 ? size + 5 : 1 + static_cast<ub4>(rng() % (size + 1));
+                            vorn_kernel_ctx k = host.kctx();
+                            if (wide) k.flags |= VORN_CTX_UNPACK_UB4;
+                            apply(k, sel);
+                            k.row_pos = kind == Sel::list ? 0 : start;
+                            const Expect e = model(src.rows, sel, kind == Sel::list ? 0 : start, room);
+                            Out out(kind == Sel::list ? static_cast<ub4>(sel.list.size()) : room,
+                                    element_bytes(w, wide));
+                            const Got g = call(k, src, out, w);
+                            const std::string what = kernel_name(w) + (wide ? " ub4" : "") + " layout " +
+                                                     std::to_string(static_cast<int>(layout)) +
+                                                     (compressed ? " compressed" : "") + " " + sel_name(kind) +
+                                                     " rows " + std::to_string(size) + " start " +
+                                                     std::to_string(start) + " room " + std::to_string(room);
+                            expect_output(out, g, e.out, 0, what);
+                            EXPECT_EQ(k.row_pos, e.row_pos) << what;
+                            EXPECT_TRUE(k.done_flags & VORN_DONE_UNPACK_SEL) << what;
+                        }
+                    }
+                }
+            }
+        }
+    }
+}
+
+// ---- Resumed runs ---------------------------------------------------------------
+
+// Calls the kernel with `room_of(call)` elements at a time until it returns
+// 1, and returns everything it produced.  On run-length columns, after each
+// call the lengths of the runs before the one in byte_pos are overwritten:
+// a resumed call must not read them again.
+template <class RoomOf>
+std::vector<ub8> unpack_in_pieces(TestHost &host, Source &src, const Selection &sel, unsigned w, bool wide,
+                                  RoomOf room_of, bool poison_behind) {
+    std::vector<ub8> all;
+    vorn_kernel_ctx k = host.kctx();
+    if (wide) k.flags |= VORN_CTX_UNPACK_UB4;
+    apply(k, sel);
+    ub1 *lens = src.col->lens.data();
+    const unsigned len_bytes = src.col->enc.rle_len_bits / 8;
+    for (int calls = 0; calls < 100000; ++calls) {
+        Out out(room_of(calls), element_bytes(w, wide));
+        const Got g = call(k, src, out, w);
+        EXPECT_TRUE(out.guard_intact());
+        for (ub4 i = 0; i < g.num_ones; ++i) all.push_back(out.at(i));
+        if (g.code == 1) break;
+        if (poison_behind) {
+            const ub4 run = static_cast<ub4>(k.byte_pos);
+            std::memset(lens, 0xee, static_cast<std::size_t>(run) * len_bytes);
+        }
+    }
+    return all;
+}
+
+TEST(Unpack, ManySmallCallsGiveWhatOneCallGives) {
+    std::mt19937_64 rng(22);
+    TestHost host;
+    host.use_copying_decoder();
+    for (unsigned w : {1u, 3u, 8u, 11u, 16u, 17u, 24u, 32u}) {
+        for (Layout layout : {Layout::plain, Layout::rle8, Layout::rle16}) {
+            for (Sel kind : {Sel::none, Sel::dense, Sel::selective}) {
+                for (bool wide : {false, true}) {
+                    Source src = make_source(rng, w, layout, rng() % 2 == 0, 700);
+                    const double density = kind == Sel::none ? 1.0 : rng() % 2 ? 0.6 : 1.0;
+                    const Selection sel = make_selection(rng, kind, src.col->vec.size, density);
+                    const std::vector<ub8> want = model(src.rows, sel, 0, ~0u).out;
+                    const bool runs = layout != Layout::plain;
+                    // Every start: one row a call, then two, then three.
+                    for (ub4 step : {1u, 2u, 3u}) {
+                        std::vector<ub1> saved(src.col->lens.data(), src.col->lens.data() + src.col->lens.size());
+                        const auto got = unpack_in_pieces(host, src, sel, w, wide, [&](int) { return step; }, runs);
+                        std::copy(saved.begin(), saved.end(), src.col->lens.data());
+                        ASSERT_EQ(got, want) << kernel_name(w) << " " << sel_name(kind) << " layout "
+                                             << static_cast<int>(layout) << " step " << step;
+                    }
+                    // Random rooms, and rooms about one block: a block may
+                    // run only with 64 elements of room.
+                    std::vector<ub1> saved(src.col->lens.data(), src.col->lens.data() + src.col->lens.size());
+                    for (ub4 spread : {150u, 12u}) {
+                        const ub4 low = spread == 150 ? 1 : 58;
+                        const auto got = unpack_in_pieces(
+                            host, src, sel, w, wide, [&](int) { return low + static_cast<ub4>(rng() % spread); }, runs);
+                        std::copy(saved.begin(), saved.end(), src.col->lens.data());
+                        ASSERT_EQ(got, want) << kernel_name(w) << " " << sel_name(kind) << " rooms from " << low;
+                    }
+                }
+            }
+        }
+    }
+}
+
+// The stream with exactly the three readable bytes behind it that the
+// reference read may touch: under the sanitizer a block load past them
+// stops the test.
+struct ExactStream {
+    std::unique_ptr<ub1[]> bytes;
+    ExactStream(Column &col, unsigned w, ub4 codes) {
+        const std::size_t n = (static_cast<std::size_t>(codes) * w + 7) / 8 + 3;
+        bytes.reset(new ub1[n]);
+        std::memcpy(bytes.get(), col.data.data(), n);
+        col.vec.data = bytes.get();
+    }
+};
+
+TEST(Unpack, BlocksReadNothingBehindTheStreamsThreeSpareBytes) {
+    std::mt19937_64 rng(28);
+    TestHost host;
+    for (unsigned w : kWidths) {
+        for (ub4 n : {64u, 100u, 128u, 191u, 192u, 257u, 1000u}) {
+            for (Sel kind : {Sel::none, Sel::dense}) {
+                Source src = make_source(rng, w, Layout::plain, false, n);
+                ExactStream exact(*src.col, w, n);
+                const Selection sel = make_selection(rng, kind, n, 0.9);
+                vorn_kernel_ctx k = host.kctx();
+                apply(k, sel);
+                Out out(n, element_bytes(w, false));
+                const Got g = call(k, src, out, w);
+                expect_output(out, g, model(src.rows, sel, 0, n).out, 0, kernel_name(w) + " exact stream");
+            }
+        }
+    }
+}
+
+// ---- Run-length edge cases ----------------------------------------------------------
+
+struct RunColumn {
+    Source src;
+    RunColumn(const std::vector<ub8> &codes, const std::vector<ub4> &lengths, unsigned w, unsigned bits = 8) {
+        src.col = packed_column(codes, w);
+        src.col->make_rle(lengths, bits);
+        src.rows = rows_of_runs(codes, lengths);
+    }
+};
+
+TEST(Unpack, AStretchInsideOneRunFillsFromItsOneCode) {
+    TestHost host;
+    RunColumn c({4, 9, 2}, {3, 10, 5}, 7);
+    vorn_kernel_ctx k = host.kctx();
+    k.row_pos = 5;
+    Out out(4, 1);
+    const Got g = call(k, c.src, out, 7);
+    EXPECT_EQ(g.code, 0u);
+    EXPECT_EQ(g.num_ones, 4u);
+    for (ub4 i = 0; i < 4; ++i) EXPECT_EQ(out.at(i), 9u);
+    EXPECT_EQ(k.row_pos, 9u);
+    EXPECT_EQ(static_cast<ub4>(k.byte_pos), 1u);        // run 1
+    EXPECT_EQ(static_cast<ub4>(k.byte_pos >> 32), 13u);  // ends at row 13
+    EXPECT_TRUE(out.guard_intact());
+}
+
+TEST(Unpack, AStretchThatStartsInsideARunTakesOnlyItsRemainingRows) {
+    TestHost host;
+    RunColumn c({4, 9, 2}, {3, 10, 5}, 7, 16);
+    vorn_kernel_ctx k = host.kctx();
+    k.row_pos = 11;
+    Out out(100, 1);
+    const Got g = call(k, c.src, out, 7);
+    EXPECT_EQ(g.num_ones, 7u);
+    const ub8 want[] = {9, 9, 2, 2, 2, 2, 2};
+    for (ub4 i = 0; i < 7; ++i) EXPECT_EQ(out.at(i), want[i]);
+    EXPECT_EQ(k.row_pos, 18u);
+    EXPECT_EQ(static_cast<ub4>(k.byte_pos), 2u);
+    EXPECT_EQ(static_cast<ub4>(k.byte_pos >> 32), 18u);
+}
+
+// A caller that moves row_pos back without clearing byte_pos: the walk
+// starts over from run 0 rather than from the later run.
+TEST(Unpack, RowPosMovedBackBeforeTheRecordedRun) {
+    std::mt19937_64 rng(27);
+    TestHost host;
+    for (Sel kind : {Sel::none, Sel::dense}) {
+        Source src = make_source(rng, 6, Layout::rle8, false, 2000, false);
+        const ub4 size = src.col->vec.size;
+        const Selection sel = make_selection(rng, kind, size, 0.7);
+        vorn_kernel_ctx k = host.kctx();
+        apply(k, sel);
+        k.row_pos = size / 2;
+        Out first(size, 1);
+        call(k, src, first, 6);
+        ASSERT_NE(static_cast<ub4>(k.byte_pos >> 32), 0u);
+        for (ub4 back : {1u, size / 3, size - 1}) {
+            k.row_pos = back;
+            Out out(40, 1);
+            const Got g = call(k, src, out, 6);
+            const Expect e = model(src.rows, sel, back, 40);
+            expect_output(out, g, e.out, 0, std::string(sel_name(kind)) + " back to " + std::to_string(back));
+            k.row_pos = size;  // and far ahead again before the next rewind
+            call(k, src, out, 6);
+        }
+    }
+}
+
+TEST(Unpack, RunsOfLengthZeroInsideAStretch) {
+    TestHost host;
+    for (unsigned w : {5u, 12u, 20u}) {
+        RunColumn c({1, 2, 3, 4, 5, 6}, {2, 0, 0, 3, 0, 1}, w);
+        for (ub4 start = 0; start < 6; ++start) {
+            vorn_kernel_ctx k = host.kctx();
+            k.row_pos = start;
+            Out out(6, element_bytes(w, false));
+            const Got g = call(k, c.src, out, w);
+            expect_output(out, g, c.src.rows, start, "start " + std::to_string(start));
+            EXPECT_EQ(k.row_pos, 6u);
+        }
+    }
+}
+
+TEST(Unpack, RowPosAtTheEndGivesNothing) {
+    std::mt19937_64 rng(23);
+    TestHost host;
+    for (Layout layout : {Layout::plain, Layout::rle8}) {
+        Source src = make_source(rng, 9, layout, false, 100);
+        vorn_kernel_ctx k = host.kctx();
+        k.row_pos = src.col->vec.size;
+        Out out(10, 2);
+        const Got g = call(k, src, out, 9);
+        EXPECT_EQ(g.code, 1u);
+        EXPECT_EQ(g.num_ones, 0u);
+        EXPECT_TRUE(k.done_flags & VORN_DONE_UNPACK_SEL);
+        EXPECT_TRUE(out.guard_intact());
+    }
+}
+
+TEST(Unpack, AnEmptyOnesVecOnRunsIsRaised) {
+    TestHost host;
+    RunColumn c({1, 2}, {3, 4}, 8);
+    ub4 none[1] = {0};
+    vorn_kernel_ctx k = host.kctx();
+    k.ones_vec = none;
+    k.ones_vec_size = 0;
+    Out out(4, 1);
+    clear_raised();
+    const Got g = call(k, c.src, out, 8);
+    EXPECT_EQ(g.code, 1u);
+    EXPECT_EQ(g.num_ones, 0u);
+    ASSERT_EQ(raised().size(), 1u);
+    EXPECT_EQ(raised()[0].message, "vorn_decode_unpack_dict_8bit: [rle] ones_vec size is zero");
+    EXPECT_EQ(raised()[0].error_context, TestHost::kErrorContext);
+}
+
+TEST(Unpack, ACompressedColumnIsDecodedOnceUnderTheKernelsName) {
+    std::mt19937_64 rng(24);
+    TestHost host;
+    host.use_copying_decoder();
+    Source src = make_source(rng, 13, Layout::plain, true, 500);
+    for (int round = 0; round < 2; ++round) {
+        vorn_kernel_ctx k = host.kctx();
+        Out out(500, 2);
+        const Got g = call(k, src, out, 13);
+        expect_output(out, g, src.rows, 0, "round " + std::to_string(round));
+    }
+    ASSERT_EQ(host.allocs.size(), 1u);
+    EXPECT_EQ(host.allocs[0].name, "vorn_decode_unpack_dict_13bit: vec1_decomp");
+    EXPECT_EQ(host.decode_calls, 1u);
+
+    // A decoder that fails is reported under the kernel's name.
+    host.decoder = [](const vorn_lomp_ctx *, const ub1 *, ub1 *, ub4 *, ub4) -> ub8 { return 24; };
+    Source other = make_source(rng, 20, Layout::rle16, true, 50);
+    vorn_kernel_ctx k = host.kctx();
+    Out out(500, 4);
+    clear_raised();
+    call(k, other, out, 20);
+    ASSERT_EQ(raised().size(), 1u);
+    EXPECT_EQ(raised()[0].message, "vorn_decode_unpack_dict_20bit: vorn_lomp_decode failed");
+}
+
+// ---- The expansion functions, white-box ------------------------------------------
+
+using ExpandFn = void (*)(vorn_vec *, const vorn_vec *, const ub1 *, ub4, ub4);
+
+struct Expansion {
+    const char *name;
+    ExpandFn fn;
+    unsigned len_bytes, esize;
+};
+
+const Expansion kExpansions[] = {
+    {"rle8_ub1", vorn_rle8_expand_ub1, 1, 1},   {"rle8_ub2", vorn_rle8_expand_ub2, 1, 2},
+    {"rle8_ub4", vorn_rle8_expand_ub4, 1, 4},   {"rle16_ub1", vorn_rle16_expand_ub1, 2, 1},
+    {"rle16_ub2", vorn_rle16_expand_ub2, 2, 2}, {"rle16_ub4", vorn_rle16_expand_ub4, 2, 4},
+};
+
+std::vector<ub1> stored_lengths(const std::vector<ub4> &lengths, unsigned len_bytes) {
+    std::vector<ub1> v;
+    for (ub4 l : lengths) {
+        if (len_bytes == 2) v.push_back(static_cast<ub1>(l >> 8));
+        v.push_back(static_cast<ub1>(l));
+    }
+    return v;
+}
+
+void put(ub1 *p, unsigned esize, ub8 v) { std::memcpy(p, &v, esize); }
+ub8 get(const ub1 *p, unsigned esize) {
+    ub8 v = 0;
+    std::memcpy(&v, p, esize);
+    return v;
+}
+
+TEST(RunExpansion, FillsEachRunWithItsValueIntoASeparateArray) {
+    std::mt19937_64 rng(25);
+    for (const Expansion &x : kExpansions) {
+        for (int trial = 0; trial < 300; ++trial) {
+            const ub4 runs = 1 + static_cast<ub4>(rng() % 20);
+            auto lengths = random_lengths(rng, runs, x.len_bytes * 8);
+            lengths[0] = std::max<ub4>(lengths[0], 1);
+            lengths.back() = std::max<ub4>(lengths.back(), 1);
+            const ub4 first = 1 + static_cast<ub4>(rng() % lengths[0]);
+            const ub4 last_len = runs == 1 ? first : lengths.back();
+            const ub4 trim = static_cast<ub4>(rng() % (last_len + 1));
+            std::vector<ub8> values(runs), want;
+            for (ub4 r = 0; r < runs; ++r) {
+                values[r] = rng() & (x.esize == 4 ? 0xffffffffull : (ub8{1} << (8 * x.esize)) - 1);
+                ub4 n = r == 0 ? first : lengths[r];
+                if (r + 1 == runs) n -= trim;
+                want.insert(want.end(), n, values[r]);
+            }
+            std::vector<ub1> value_bytes(runs * x.esize);
+            for (ub4 r = 0; r < runs; ++r) put(value_bytes.data() + r * x.esize, x.esize, values[r]);
+            const auto lens = stored_lengths(lengths, x.len_bytes);
+            // The output at every offset from a 16-byte boundary.
+            const ub4 shift = static_cast<ub4>(rng() % 16) / x.esize;
+            std::vector<ub1> buffer((want.size() + shift + 16) * x.esize + 16, 0xc3);
+            ub1 *out = buffer.data() + shift * x.esize;
+            vorn_vec res{}, src{};
+            res.data = out;
+            src.data = value_bytes.data();
+            src.size = runs;
+            x.fn(&res, &src, lens.data(), first, trim);
+            for (std::size_t i = 0; i < want.size(); ++i)
+                ASSERT_EQ(get(out + i * x.esize, x.esize), want[i]) << x.name << " element " << i;
+            for (std::size_t i = want.size() * x.esize; out + i < buffer.data() + buffer.size(); ++i)
+                ASSERT_EQ(out[i], 0xc3) << x.name << " wrote behind its rows";
+        }
+    }
+}
+
+// As the unpacking decoders use them: the values stand at the end of the
+// output, and the trim leaves the last element, which already holds the last
+// value, unwritten.
+TEST(RunExpansion, InPlaceFromTheFront) {
+    std::mt19937_64 rng(26);
+    for (const Expansion &x : kExpansions) {
+        for (int trial = 0; trial < 300; ++trial) {
+            const ub4 runs = 1 + static_cast<ub4>(rng() % 30);
+            auto lengths = random_lengths(rng, runs, x.len_bytes * 8, false);
+            const ub4 first = 1 + static_cast<ub4>(rng() % lengths[0]);
+            const ub4 last_len = runs == 1 ? first : lengths.back();
+            const ub4 trim = 1 + static_cast<ub4>(rng() % last_len);
+            std::vector<ub8> values(runs), want;
+            for (ub4 r = 0; r < runs; ++r) {
+                values[r] = rng() & ((ub8{1} << (8 * x.esize)) - 1);
+                ub4 n = r == 0 ? first : lengths[r];
+                if (r + 1 == runs) n -= trim - 1;
+                want.insert(want.end(), n, values[r]);
+            }
+            const ub4 rows = static_cast<ub4>(want.size());
+            std::vector<ub1> buffer(rows * x.esize + 16, 0x3c);
+            ub1 *codes = buffer.data() + (rows - runs) * x.esize;
+            for (ub4 r = 0; r < runs; ++r) put(codes + r * x.esize, x.esize, values[r]);
+            const auto lens = stored_lengths(lengths, x.len_bytes);
+            vorn_vec res{}, src{};
+            res.data = buffer.data();
+            src.data = codes;
+            src.size = runs;
+            x.fn(&res, &src, lens.data(), first, trim);
+            for (ub4 i = 0; i < rows; ++i)
+                ASSERT_EQ(get(buffer.data() + i * x.esize, x.esize), want[i]) << x.name << " element " << i;
+        }
+    }
+}
+
+TEST(RunExpansion, OneRunFillsFirstLengthLessTrim) {
+    for (const Expansion &x : kExpansions) {
+        std::vector<ub1> buffer(64 * 4, 0);
+        ub1 value[4] = {7, 0, 0, 0};
+        const std::vector<ub1> lens(2, 200);  // not read for a single run
+        vorn_vec res{}, src{};
+        res.data = buffer.data();
+        src.data = value;
+        src.size = 1;
+        x.fn(&res, &src, lens.data(), 40, 15);
+        for (ub4 i = 0; i < 64; ++i) ASSERT_EQ(get(buffer.data() + i * x.esize, x.esize), i < 25 ? 7u : 0u) << x.name;
+    }
+}
+
+}  // namespace
