@@ -99,15 +99,6 @@ std::vector<bool> model(const Layout &l, unsigned op, bool tz, const std::vector
     return m;
 }
 
-enum class Mode { plain, filter, aux, selective, selective_filter, compressed, compressed_selective, no_kctx };
-const Mode kModes[] = {Mode::plain,  Mode::filter,     Mode::aux,        Mode::selective, Mode::selective_filter,
-                       Mode::compressed, Mode::compressed_selective, Mode::no_kctx};
-
-bool has_filter(Mode m) { return m == Mode::filter || m == Mode::selective_filter; }
-bool has_aux(Mode m) { return m == Mode::aux || m == Mode::selective || m == Mode::selective_filter || m == Mode::compressed_selective; }
-bool is_selective(Mode m) { return m == Mode::selective || m == Mode::selective_filter || m == Mode::compressed_selective; }
-bool is_compressed(Mode m) { return m == Mode::compressed || m == Mode::compressed_selective; }
-
 // One call of one kernel on a random column, checked against the model.
 void check_random(const Layout &l, unsigned op, bool tz, ub4 n, Mode mode, std::mt19937_64 &rng) {
     SCOPED_TRACE(describe(l, op, tz, n) + " mode " + std::to_string(static_cast<int>(mode)));

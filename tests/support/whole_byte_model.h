@@ -88,6 +88,19 @@ inline Expected expand_runs(const Expected &runs, const std::vector<ub4> &length
     return e;
 }
 
+// How a kernel is called: with or without filter_bv, bv_aux, the selective
+// flag, a compressed column, a kernel context.
+enum class Mode { plain, filter, aux, selective, selective_filter, compressed, compressed_selective, no_kctx };
+inline constexpr Mode kModes[] = {Mode::plain,      Mode::filter,     Mode::aux,
+                                  Mode::selective,  Mode::selective_filter, Mode::compressed,
+                                  Mode::compressed_selective, Mode::no_kctx};
+inline bool has_filter(Mode m) { return m == Mode::filter || m == Mode::selective_filter; }
+inline bool is_selective(Mode m) {
+    return m == Mode::selective || m == Mode::selective_filter || m == Mode::compressed_selective;
+}
+inline bool has_aux(Mode m) { return m == Mode::aux || is_selective(m); }
+inline bool is_compressed(Mode m) { return m == Mode::compressed || m == Mode::compressed_selective; }
+
 // Result bits, count, code, the bits behind the end and the guard words.
 inline ::testing::AssertionResult matches(const Result &res, const Expected &e, ub8 code) {
     for (std::size_t i = 0; i < e.bits.size(); ++i)
