@@ -25,6 +25,14 @@
 // test.  For a short element this reads lane - Elem bytes past the row, so
 // the column needs that many readable bytes behind its end.
 //
+// The range forms without a tz take one compare: the rows they admit are an
+// interval [lo, hi] of numbers (gt_lt is [a + 1, b - 1], and so on), and x
+// lies in it when x - lo, wrapping, is below the interval's size.  The
+// subtraction of lo rides on the sign flip's addition, so a range costs what
+// a single order costs.  An empty interval has size 0; the whole range of
+// numbers, whose size does not fit a lane, is the complement of the empty
+// one.  The null rule raises lo to 1.
+//
 // Second::null is the rule of the nullable dictionary columns: a row whose
 // value is 0 never matches, in every form.  Second::tz_stream and tz_const
 // compare the pair (value, tz) lexically: value first, the tz of the row from
@@ -64,6 +72,7 @@ class WholeByteCompare {
     static constexpr bool kOrder = needs_order(C);
     static constexpr bool kShort = Elem != kLane;
     static constexpr bool kStoredOrder = !kOrder && !kShort;
+    static constexpr bool kInterval = kTwo && !kTz;
     static_assert(!kTz || kLane > 1, "the 8-bit kernels have no tz");
 
     // The upper Elem bytes of a lane-wide big-endian load.
@@ -86,6 +95,8 @@ public:
             b_ = literal_value(high[0]);
             vb_ = literal_lanes(high[0], b_);
         }
+        if constexpr (kOrder) bias_ = L::splat(kSign);
+        if constexpr (kInterval) set_interval();
         if constexpr (kTz) {
             tz_ = static_cast<const ub1 *>(src->data2);
             u_ = *static_cast<const ub1 *>(low[1]);
@@ -146,6 +157,23 @@ private:
     }
     static VORN_INLINE V all_or_none(bool b) { return b ? _mm_set1_epi8(-1) : _mm_setzero_si128(); }
 
+    // The range as the interval [lo, hi]: lanes get x - lo + sign from the
+    // bias, and match where that is below size + sign.
+    VORN_INLINE void set_interval() {
+        constexpr bool kAboveLow = C == Cmp::gt_lt || C == Cmp::gt_le;
+        constexpr bool kBelowHigh = C == Cmp::gt_lt || C == Cmp::ge_lt;
+        bool empty = (kAboveLow && a_ == static_cast<T>(~T{0})) || (kBelowHigh && b_ == 0);
+        T lo = kAboveLow ? static_cast<T>(a_ + 1) : a_;
+        const T hi = kBelowHigh ? static_cast<T>(b_ - 1) : b_;
+        if constexpr (S == Second::null) lo = lo == 0 ? T{1} : lo;
+        empty = empty || lo > hi;
+        const T size = empty ? T{0} : static_cast<T>(hi - lo + 1);  // 0 also for every number
+        const T offset = empty ? T{0} : lo;
+        bias_ = L::splat(static_cast<T>(kSign - offset));
+        limit_ = L::splat(static_cast<T>(size + kSign));
+        complement_ = !empty && size == 0 ? 0xffff : 0;
+    }
+
     VORN_INLINE T row_value(const ub1 *stream, ub8 row) const {
         const ub1 *p = stream + row * Elem;
         if constexpr (kLane == 1) return *p;
@@ -182,7 +210,7 @@ private:
         } else {
             x = _mm_shuffle_epi8(lanes::load(p + kLastAt), lanes::control(kLastElements));
         }
-        if constexpr (kOrder) x = L::add(x, L::splat(kSign));
+        if constexpr (kOrder) x = L::add(x, bias_);
         return x;
     }
 
@@ -196,11 +224,12 @@ private:
 
     // The form's mask of one lane vector, with the null rule.
     VORN_INLINE V lane_mask(V x) const {
+        if constexpr (kInterval) return L::gt(limit_, x);
         V m = holds_lanes<kRule.first, L>(x, va_);
         if constexpr (kTwo) m = join<kRule.join>(m, holds_lanes<kRule.second, L>(x, vb_));
         if constexpr (S == Second::null) {
             // A value of 0 is 0 in the stored order and the sign bit once flipped.
-            const V zero = L::eq(x, kOrder ? L::splat(kSign) : _mm_setzero_si128());
+            const V zero = L::eq(x, kOrder ? bias_ : _mm_setzero_si128());
             m = kRule.complement ? _mm_or_si128(m, zero) : _mm_andnot_si128(zero, m);
         }
         return m;
@@ -243,13 +272,17 @@ private:
                 rows = join<kRule.join>(first, second);
             }
             ub8 bits = lanes::row_bits(rows);
-            if constexpr (kRule.complement) bits ^= 0xffff;
+            if constexpr (kInterval) bits ^= complement_;
+            else if constexpr (kRule.complement) bits ^= 0xffff;
             words[g / 4] |= bits << (16 * (g % 4));
         });
     }
 
     T a_{}, b_{};           // the literals as native numbers, cut to the element
     V va_{}, vb_{};         // the literals in lane form
+    V bias_{};              // added to every lane: the sign flip, less lo for an interval
+    V limit_{};             // an interval's size + sign
+    ub4 complement_ = 0;    // an interval of every number: the complement of none
     const ub1 *tz_ = nullptr;
     ub1 u_ = 0, v_ = 0;     // the literals' tz
     V tza_{}, tzb_{};       // tz_stream: the tz literals per field; tz_const: the tz relations
