@@ -1,7 +1,8 @@
 // Fixed-width compares: eq and ge_lt in each width, on a column in L2 and on
 // one of 256 MiB, beside a plain scalar loop that reads each big-endian value,
 // compares it and sets its bit, and beside the streaming read of the same
-// bytes.
+// bytes.  In L2 also ge_lt of the _tz kernels, whose rows are the pair
+// (value, tz) with the tz from its own stream.
 #include <cstring>
 #include <map>
 #include <memory>
@@ -30,7 +31,8 @@ const Bytes &column_bytes(std::size_t bytes) {
 // A literal of `bits` bits in stored big-endian form.
 struct Literal {
     ub1 bytes[8] = {};
-    const void *addr[2] = {bytes, bytes};
+    ub1 tz = 1;
+    const void *addr[2] = {bytes, &tz};
     Literal(unsigned bits, ub8 value) {
         for (unsigned k = 0; k < bits / 8; ++k) bytes[k] = static_cast<ub1>(value >> (bits - 8 - 8 * k));
     }
@@ -45,6 +47,7 @@ struct Call {
     ub8 rows;
     Call(unsigned bits, std::size_t bytes) : rows(bytes / (bits / 8)) {
         const Bytes &data = column_bytes(bytes);
+        src.data2 = const_cast<ub1 *>(column_bytes(bytes / 2 + 8).data());  // the tz stream, when read
         enc.flags = VORN_FIXED;
         enc.bit_width = bits;
         src.enc_ctx = &enc;
@@ -56,14 +59,14 @@ struct Call {
     }
 };
 
-ub4 index_of(unsigned bits, unsigned op) {
-    return VORN_DISPATCH_INDEX(VORN_KERNEL_GROUP(VORN_WIDTH_CODE(bits), VORN_ENC_FIXED), op, 0);
+ub4 index_of(unsigned bits, unsigned op, bool tz) {
+    return VORN_DISPATCH_INDEX(VORN_KERNEL_GROUP(VORN_WIDTH_CODE(bits), VORN_ENC_FIXED), op, tz);
 }
 
-void kernel_run(benchmark::State &state, unsigned bits, unsigned op, std::size_t bytes) {
+void kernel_run(benchmark::State &state, unsigned bits, unsigned op, bool tz, std::size_t bytes) {
     Call c(bits, bytes);
     const Literal low(bits, max_of(bits) / 4), high(bits, max_of(bits) / 4 * 3);
-    const vorn_kernel &k = kernel(index_of(bits, op));
+    const vorn_kernel &k = kernel(index_of(bits, op, tz));
     for (auto _ : state) {
         const ub8 code = op == VORN_OP_EQ ? k.cmp(&c.res, &c.src, low.addr, nullptr)
                                           : k.range(&c.res, &c.src, low.addr, high.addr, nullptr);
@@ -101,6 +104,41 @@ VORN_SCALAR ub8 scalar_compare(const ub1 *p, ub8 rows, T a, T b, ub8 *out) {
     return count;
 }
 
+// The pair (value, tz) against [(a, 1), (b, 1)), with the tz of row i from a
+// stream of sizeof(T) / 2 bits per row.
+template <class T>
+VORN_SCALAR ub8 scalar_pair_range(const ub1 *p, const ub1 *tz, ub8 rows, T a, T b, ub8 *out) {
+    constexpr unsigned tz_bits = sizeof(T) / 2;
+    ub8 count = 0;
+    for (ub8 w = 0; w < rows / 64; ++w) {
+        ub8 bits = 0;
+        for (ub8 k = 0; k < 64; ++k) {
+            const ub8 i = w * 64 + k;
+            const T x = load_be<T>(p + i * sizeof(T));
+            const unsigned t = (tz[i * tz_bits / 8] >> (8 - tz_bits - i * tz_bits % 8)) & ((1u << tz_bits) - 1);
+            const bool above_low = x > a || (x == a && t >= 1);
+            const bool below_high = x < b || (x == b && t < 1);
+            bits |= ub8{above_low && below_high} << k;
+        }
+        out[w] = bits;
+        count += static_cast<ub8>(__builtin_popcountll(bits));
+    }
+    return count;
+}
+
+template <class T>
+void scalar_tz_run(benchmark::State &state, std::size_t bytes) {
+    constexpr unsigned bits = 8 * sizeof(T);
+    Call c(bits, bytes);
+    const T a = static_cast<T>(max_of(bits) / 4), b = static_cast<T>(max_of(bits) / 4 * 3);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(scalar_pair_range<T>(static_cast<const ub1 *>(c.src.data),
+                                                      static_cast<const ub1 *>(c.src.data2), c.rows, a, b, c.bv.data()));
+        benchmark::ClobberMemory();
+    }
+    set_rates(state, static_cast<double>(c.rows), static_cast<double>(bytes));
+}
+
 template <class T>
 void scalar_run(benchmark::State &state, unsigned op, std::size_t bytes) {
     constexpr unsigned bits = 8 * sizeof(T);
@@ -121,12 +159,20 @@ void register_width(const char *size_name, std::size_t bytes) {
     constexpr unsigned bits = 8 * sizeof(T);
     for (unsigned op : {unsigned{VORN_OP_EQ}, unsigned{VORN_OP_GE_LT}}) {
         const std::string g = std::string(op == VORN_OP_EQ ? "eq" : "ge_lt") + "_" + std::to_string(bits) + "bit/" + size_name;
-        benchmark::RegisterBenchmark((g + "/kernel").c_str(), kernel_run, bits, op, bytes);
+        benchmark::RegisterBenchmark((g + "/kernel").c_str(), kernel_run, bits, op, false, bytes);
         benchmark::RegisterBenchmark((g + "/scalar").c_str(), scalar_run<T>, op, bytes);
         benchmark::RegisterBenchmark((g + "/bandwidth").c_str(), [bytes](benchmark::State &st) {
             bandwidth(st, column_bytes(bytes).data(), bytes, static_cast<double>(bytes / sizeof(T)));
         });
     }
+}
+
+template <class T>
+void register_tz_width() {
+    constexpr unsigned bits = 8 * sizeof(T);
+    const std::string g = "ge_lt_tz_" + std::to_string(bits) + "bit/L2";
+    benchmark::RegisterBenchmark((g + "/kernel").c_str(), kernel_run, bits, unsigned{VORN_OP_GE_LT}, true, kInCacheBytes);
+    benchmark::RegisterBenchmark((g + "/scalar").c_str(), scalar_tz_run<T>, kInCacheBytes);
 }
 
 void register_all() {
@@ -140,6 +186,9 @@ void register_all() {
         register_width<ub4>(s.name, s.bytes);
         register_width<ub8>(s.name, s.bytes);
     }
+    register_tz_width<ub2>();
+    register_tz_width<ub4>();
+    register_tz_width<ub8>();
 }
 
 const int registered = (register_all(), 0);

@@ -350,6 +350,47 @@ TEST(FixedTz, ValueFirstThenTz) {
     }
 }
 
+// Every pair (value, tz) of a few values and tz against every pair of
+// literals, from a stream and as a constant tz: the ties at each end of each
+// form, the empty forms, literals and constants above the stream's range.
+TEST(FixedTz, EveryPairAgainstEveryLiteralPair) {
+    for (const Layout &l : kLayouts) {
+        if (!l.tz_bits()) continue;
+        const ub8 mid = l.top();
+        const std::vector<ub8> points = {0, 1, mid - 1, mid, mid + 1, l.max() - 1, l.max()};
+        const unsigned tz_max = (1u << l.tz_bits()) - 1;
+        std::vector<ub8> values;
+        std::vector<unsigned> row_tz;
+        for (int rep = 0; rep < 3; ++rep)
+            for (ub8 v : points)
+                for (unsigned t : {0u, 1u, tz_max}) values.push_back(v), row_tz.push_back(t);
+        const std::vector<ub1> tz_literals = {0, 1, static_cast<ub1>(tz_max), 200};
+        auto stream_col = column_of(l, values);
+        attach_tz_stream(*stream_col, l, row_tz);
+        for (unsigned op = 0; op < 10; ++op)
+            for (ub8 av : {ub8{0}, mid, l.max()})
+                for (ub8 bv : is_range_op(op) ? std::vector<ub8>{0, mid, l.max()} : std::vector<ub8>{0})
+                    for (ub1 u : tz_literals)
+                        for (ub1 v : is_range_op(op) ? tz_literals : std::vector<ub1>{0}) {
+                            const Literal a(l, av, u, 0), b(l, bv, v, 0);
+                            const std::string what = describe(l, op, true, values.size()) + " a " + std::to_string(av) +
+                                                     "/" + std::to_string(u) + " b " + std::to_string(bv) + "/" + std::to_string(v);
+                            Result res(values.size());
+                            ub8 code = call(l.bits, op, true, res, *stream_col, a, b, nullptr);
+                            EXPECT_TRUE(matches(res, restrict_rows(model(l, op, true, values, row_tz, a, b), nullptr, nullptr), code))
+                                << what << " stream";
+                            for (ub1 t : tz_literals) {
+                                auto const_col = column_of(l, values);
+                                attach_const_tz(*const_col, t);
+                                code = call(l.bits, op, true, res, *const_col, a, b, nullptr);
+                                const std::vector<unsigned> same(values.size(), t);
+                                EXPECT_TRUE(matches(res, restrict_rows(model(l, op, true, values, same, a, b), nullptr, nullptr), code))
+                                    << what << " constant tz " << int{t};
+                            }
+                        }
+    }
+}
+
 TEST(FixedTz, ConstantTzIsTheWholeByteAtData2) {
     for (const Layout &l : kLayouts) {
         if (!l.tz_bits()) continue;

@@ -25,19 +25,22 @@
 // test.  For a short element this reads lane - Elem bytes past the row, so
 // the column needs that many readable bytes behind its end.
 //
-// The range forms without a tz take one compare: the rows they admit are an
-// interval [lo, hi] of numbers (gt_lt is [a + 1, b - 1], and so on), and x
-// lies in it when x - lo, wrapping, is below the interval's size.  The
-// subtraction of lo rides on the sign flip's addition, so a range costs what
-// a single order costs.  An empty interval has size 0; the whole range of
-// numbers, whose size does not fit a lane, is the complement of the empty
-// one.  The null rule raises lo to 1.
-//
 // Second::null is the rule of the nullable dictionary columns: a row whose
 // value is 0 never matches, in every form.  Second::tz_stream and tz_const
 // compare the pair (value, tz) lexically: value first, the tz of the row from
-// its stream at data2, or with VORN_TZ_CONST the byte at data2 for all rows,
-// whose relation to the literal's tz is then decided once before the loop.
+// its stream at data2, or with VORN_TZ_CONST the byte at data2 for all rows.
+//
+// The orders take one compare per lane: the rows they admit are an interval
+// [lo, hi] of numbers (lt is [0, a - 1], gt_le is [a + 1, b], and so on), and
+// x lies in it when x - lo, wrapping, is below the interval's size.  The
+// subtraction of lo rides on the sign flip's addition, so a range costs what
+// a single order costs.  An empty interval has size 0; the whole range of
+// numbers, whose size does not fit a lane, is the complement of the empty
+// one.  The null rule raises lo to 1.  A constant tz only decides whether
+// each end admits its own literal (for ge: a when t >= u, else a + 1), so
+// with VORN_TZ_CONST the orders are intervals too and the loop reads no tz.
+// With a tz stream the value lanes are compared for order and for equality,
+// packed to bytes, and joined with the rows' tz compares there.
 #pragma once
 
 #include "frame/compare_frame.h"
@@ -72,7 +75,7 @@ class WholeByteCompare {
     static constexpr bool kOrder = needs_order(C);
     static constexpr bool kShort = Elem != kLane;
     static constexpr bool kStoredOrder = !kOrder && !kShort;
-    static constexpr bool kInterval = kTwo && !kTz;
+    static constexpr bool kInterval = kOrder && S != Second::tz_stream;
     static_assert(!kTz || kLane > 1, "the 8-bit kernels have no tz");
 
     // The upper Elem bytes of a lane-wide big-endian load.
@@ -95,8 +98,6 @@ public:
             b_ = literal_value(high[0]);
             vb_ = literal_lanes(high[0], b_);
         }
-        if constexpr (kOrder) bias_ = L::splat(kSign);
-        if constexpr (kInterval) set_interval();
         if constexpr (kTz) {
             tz_ = static_cast<const ub1 *>(src->data2);
             u_ = *static_cast<const ub1 *>(low[1]);
@@ -110,11 +111,14 @@ public:
                 if constexpr (kTwo) tzb_ = all_or_none(holds<kRule.second>(t, v_));
             }
         }
+        if constexpr (kOrder) bias_ = L::splat(kSign);
+        if constexpr (kInterval) set_interval();  // after the tz, which it may read
     }
 
     // Rows 0..n-1 into out; returns their count.  Leaves (n + 63) / 64 words
-    // defined with no bit set at n or beyond.
-    ub8 scan(ub8 *out, const ub1 *stream, ub4 n) const {
+    // defined with no bit set at n or beyond.  Out of line: kernels that
+    // differ only in their names call the one copy.
+    VORN_NOINLINE ub8 scan(ub8 *out, const ub1 *stream, ub4 n) const {
         ub1 *result = reinterpret_cast<ub1 *>(out);
         const ub8 blocks = n / kRows;
         ub8 count = 0;
@@ -157,14 +161,30 @@ private:
     }
     static VORN_INLINE V all_or_none(bool b) { return b ? _mm_set1_epi8(-1) : _mm_setzero_si128(); }
 
-    // The range as the interval [lo, hi]: lanes get x - lo + sign from the
+    // The order as the interval [lo, hi]: lanes get x - lo + sign from the
     // bias, and match where that is below size + sign.
     VORN_INLINE void set_interval() {
-        constexpr bool kAboveLow = C == Cmp::gt_lt || C == Cmp::gt_le;
-        constexpr bool kBelowHigh = C == Cmp::gt_lt || C == Cmp::ge_lt;
-        bool empty = (kAboveLow && a_ == static_cast<T>(~T{0})) || (kBelowHigh && b_ == 0);
-        T lo = kAboveLow ? static_cast<T>(a_ + 1) : a_;
-        const T hi = kBelowHigh ? static_cast<T>(b_ - 1) : b_;
+        constexpr bool kLower = C == Cmp::gt || C == Cmp::ge || kTwo;  // bounded below by a
+        constexpr bool kUpper = C == Cmp::lt || C == Cmp::le || kTwo;  // bounded above by a, or b
+        constexpr bool kLowerTie = C == Cmp::ge || C == Cmp::ge_lt || C == Cmp::ge_le;
+        constexpr bool kUpperTie = C == Cmp::le || C == Cmp::gt_le || C == Cmp::ge_le;
+        const T upper = kTwo ? b_ : a_;
+        bool lower_tie = kLowerTie, upper_tie = kUpperTie;  // each end admits its literal
+        if constexpr (S == Second::tz_const) {
+            const ub1 t = tz_[0], upper_tz = kTwo ? v_ : u_;
+            lower_tie = kLowerTie ? t >= u_ : t > u_;
+            upper_tie = kUpperTie ? t <= upper_tz : t < upper_tz;
+        }
+        bool empty = false;
+        T lo = 0, hi = static_cast<T>(~T{0});
+        if constexpr (kLower) {
+            empty = !lower_tie && a_ == static_cast<T>(~T{0});
+            lo = lower_tie ? a_ : static_cast<T>(a_ + 1);
+        }
+        if constexpr (kUpper) {
+            empty = empty || (!upper_tie && upper == 0);
+            hi = upper_tie ? upper : static_cast<T>(upper - 1);
+        }
         if constexpr (S == Second::null) lo = lo == 0 ? T{1} : lo;
         empty = empty || lo > hi;
         const T size = empty ? T{0} : static_cast<T>(hi - lo + 1);  // 0 also for every number
@@ -222,10 +242,12 @@ private:
         return lanes::pack_rows<kLane>(m);
     }
 
-    // The form's mask of one lane vector, with the null rule.
+    // The form's mask of one lane vector, with the null rule or a constant
+    // tz's relation.
     VORN_INLINE V lane_mask(V x) const {
         if constexpr (kInterval) return L::gt(limit_, x);
         V m = holds_lanes<kRule.first, L>(x, va_);
+        if constexpr (S == Second::tz_const) m = _mm_and_si128(m, tza_);  // eq and ne: t = u as well
         if constexpr (kTwo) m = join<kRule.join>(m, holds_lanes<kRule.second, L>(x, vb_));
         if constexpr (S == Second::null) {
             // A value of 0 is 0 in the stored order and the sign bit once flipped.
@@ -257,15 +279,13 @@ private:
         for (ub4 w = 0; w < kWords; ++w) words[w] = 0;
         lanes::unroll<kGroups>([&](auto g) {
             V rows;
-            if constexpr (!kTz) {
+            if constexpr (S != Second::tz_stream) {
                 rows = group_rows<g>(x, [&](V v) { return lane_mask(v); });
             } else {
-                V ta = tza_, tb = tzb_;
-                if constexpr (S == Second::tz_stream) {
-                    const V fields = Tz::group_fields(tz_bytes, g);
-                    ta = holds_lanes<kRule.first, lanes::Lane<1>>(fields, tza_);
-                    if constexpr (kTwo) tb = holds_lanes<kRule.second, lanes::Lane<1>>(fields, tzb_);
-                }
+                const V fields = Tz::group_fields(tz_bytes, g);
+                const V ta = holds_lanes<kRule.first, lanes::Lane<1>>(fields, tza_);
+                V tb = ta;
+                if constexpr (kTwo) tb = holds_lanes<kRule.second, lanes::Lane<1>>(fields, tzb_);
                 const V first = pair_rows<kRule.first, g>(x, va_, ta);
                 V second = first;
                 if constexpr (kTwo) second = pair_rows<kRule.second, g>(x, vb_, tb);
@@ -285,7 +305,7 @@ private:
     ub4 complement_ = 0;    // an interval of every number: the complement of none
     const ub1 *tz_ = nullptr;
     ub1 u_ = 0, v_ = 0;     // the literals' tz
-    V tza_{}, tzb_{};       // tz_stream: the tz literals per field; tz_const: the tz relations
+    V tza_{}, tzb_{};       // tz_stream: the tz literals per field; tz_const: the tz relation of eq
 };
 
 }  // namespace vorn
