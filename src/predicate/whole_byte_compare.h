@@ -242,19 +242,21 @@ private:
         return lanes::pack_rows<kLane>(m);
     }
 
-    // The form's mask of one lane vector, with the null rule or a constant
-    // tz's relation.
+    // The form's mask of one lane vector: an order by its interval; eq and ne
+    // by equality, with a constant tz's relation or the null rule.
     VORN_INLINE V lane_mask(V x) const {
-        if constexpr (kInterval) return L::gt(limit_, x);
-        V m = holds_lanes<kRule.first, L>(x, va_);
-        if constexpr (S == Second::tz_const) m = _mm_and_si128(m, tza_);  // eq and ne: t = u as well
-        if constexpr (kTwo) m = join<kRule.join>(m, holds_lanes<kRule.second, L>(x, vb_));
-        if constexpr (S == Second::null) {
-            // A value of 0 is 0 in the stored order and the sign bit once flipped.
-            const V zero = L::eq(x, kOrder ? bias_ : _mm_setzero_si128());
-            m = kRule.complement ? _mm_or_si128(m, zero) : _mm_andnot_si128(zero, m);
+        if constexpr (kInterval) {
+            return L::gt(limit_, x);
+        } else {
+            static_assert(!kOrder && !kTwo);
+            V m = L::eq(x, va_);
+            if constexpr (S == Second::tz_const) m = _mm_and_si128(m, tza_);
+            if constexpr (S == Second::null) {
+                const V zero = L::eq(x, _mm_setzero_si128());
+                m = kRule.complement ? _mm_or_si128(m, zero) : _mm_andnot_si128(zero, m);
+            }
+            return m;
         }
-        return m;
     }
 
     // The pair relation R of 16 rows (group G) to a literal end: the value's
