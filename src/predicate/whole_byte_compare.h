@@ -20,6 +20,11 @@
 // own, so that no block reads past its own bytes.  The lane masks of 16 rows
 // are packed to bytes and taken by movemask, one bit per row.
 //
+// A scan of a column larger than the last-level cache keeps nothing of its
+// result in the cache, so the 8- and 16-bit kernels, whose results are an
+// eighth and a sixteenth of the column, then write them with non-temporal
+// stores and save the reads for ownership of those lines.
+//
 // The tail behind the last block is scalar, two rows per step: the row's
 // bytes are loaded lane-wide and swapped, as in the selective path's row
 // test.  For a short element this reads lane - Elem bytes past the row, so
@@ -69,6 +74,8 @@ class WholeByteCompare {
     static constexpr ub4 kBlockBytes = kRows * Elem;
     static constexpr ub4 kResultBytes = kRows / 8;       // result bytes per block
     static constexpr ub4 kWords = (kGroups + 3) / 4;     // 64-bit words those fill
+    static constexpr bool kMayStream = kResultBytes >= 8;  // whole words per block
+    static constexpr ub8 kStreamingColumnBytes = ub8{32} << 20;
     static constexpr CompareRule kRule = compare_rule(C);
     static constexpr bool kTwo = kRule.join != Join::single;
     static constexpr bool kTz = S == Second::tz_stream || S == Second::tz_const;
@@ -121,13 +128,12 @@ public:
     VORN_NOINLINE ub8 scan(ub8 *out, const ub1 *stream, ub4 n) const {
         ub1 *result = reinterpret_cast<ub1 *>(out);
         const ub8 blocks = n / kRows;
-        ub8 count = 0;
-        const ub1 *p = stream;
-        for (ub8 b = 0; b < blocks; ++b, p += kBlockBytes) {
-            ub8 words[kWords];
-            block(p, b, words);
-            std::memcpy(result + b * kResultBytes, words, kResultBytes);
-            for (ub4 w = 0; w < kWords; ++w) count += static_cast<ub8>(_mm_popcnt_u64(words[w]));
+        ub8 count;
+        if (kMayStream && ub8{n} * Elem >= kStreamingColumnBytes) {
+            count = whole_blocks<true>(out, stream, blocks);
+            _mm_sfence();
+        } else {
+            count = whole_blocks<false>(out, stream, blocks);
         }
         const ub8 done = blocks * kResultBytes;
         std::memset(result + done, 0, words_for_bits(n) * 8 - done);
@@ -142,6 +148,26 @@ public:
             const ub8 hit = test_row(stream, row);
             out[row >> 6] |= hit << (row & 63);
             count += hit;
+        }
+        return count;
+    }
+
+    // The whole blocks; returns their count.
+    template <bool NonTemporal>
+    VORN_INLINE ub8 whole_blocks(ub8 *out, const ub1 *stream, ub8 blocks) const {
+        ub1 *result = reinterpret_cast<ub1 *>(out);
+        ub8 count = 0;
+        const ub1 *p = stream;
+        for (ub8 b = 0; b < blocks; ++b, p += kBlockBytes) {
+            ub8 words[kWords];
+            block(p, b, words);
+            if constexpr (NonTemporal) {
+                for (ub4 w = 0; w < kWords; ++w)
+                    _mm_stream_si64(reinterpret_cast<long long *>(out + b * kWords + w), static_cast<long long>(words[w]));
+            } else {
+                std::memcpy(result + b * kResultBytes, words, kResultBytes);
+            }
+            for (ub4 w = 0; w < kWords; ++w) count += static_cast<ub8>(_mm_popcnt_u64(words[w]));
         }
         return count;
     }
