@@ -186,16 +186,6 @@ TEST(FixedCompare, LiteralsAtTheExtremes) {
     }
 }
 
-TEST(FixedCompare, TopBitIsAboveEverythingWithoutIt) {
-    for (const Layout &l : kLayouts) {
-        auto col = column_of(l, {l.top(), l.top() - 1, 0, l.max()});
-        const Literal a(l, l.top() - 1, 0, 0);
-        Result res(4);
-        EXPECT_EQ(call(l.bits, VORN_OP_GT, false, res, *col, a, a, nullptr), 0u);
-        EXPECT_EQ(res.bv[0], 0b1001u) << describe(l, VORN_OP_GT, false, 4);
-    }
-}
-
 TEST(FixedCompare, EmptyAndSinglePointRanges) {
     std::mt19937_64 rng(103);
     for (const Layout &l : kLayouts) {
@@ -361,26 +351,6 @@ TEST(FixedCompare, RunLengthColumnsCompareRunsAndExpand) {
 
 // ---- The second key ------------------------------------------------------------------
 
-TEST(FixedTz, ValueFirstThenTz) {
-    for (const Layout &l : kLayouts) {
-        if (!l.tz_bits()) continue;
-        // Equal values, tz 0, 1, 0, 1 ...: lt with tz 1 takes the rows of tz 0.
-        const ub4 n = l.block_rows() + 6;
-        std::vector<ub8> values(n, 500);
-        std::vector<unsigned> row_tz(n);
-        for (ub4 i = 0; i < n; ++i) row_tz[i] = i % 2;
-        auto col = column_of(l, values);
-        attach_tz_stream(*col, l, row_tz);
-        const Literal lit(l, 500, 1, 0);
-        Result res(n);
-        call(l.bits, VORN_OP_LT, true, res, *col, lit, lit, nullptr);
-        EXPECT_EQ(res.bv[0], even_rows(n)) << describe(l, VORN_OP_LT, true, n);
-        call(l.bits, VORN_OP_NE, true, res, *col, lit, lit, nullptr);  // equal value, other tz: ne
-        EXPECT_EQ(res.bv[0], even_rows(n)) << describe(l, VORN_OP_NE, true, n);
-        EXPECT_EQ(res.vec.num_ones, (n + 1) / 2);
-    }
-}
-
 // Every pair (value, tz) of a few values and tz against every pair of
 // literals, from a stream and as a constant tz: the ties at each end of each
 // form, the empty forms, literals and constants above the stream's range.
@@ -439,25 +409,6 @@ TEST(FixedTz, ConstantTzIsTheWholeByteAtData2) {
             EXPECT_EQ(res.vec.num_ones, u == 1 ? n : 0u) << describe(l, VORN_OP_EQ, true, n);
             call(l.bits, VORN_OP_LT, true, res, *col, lit, lit, nullptr);
             EXPECT_EQ(res.vec.num_ones, u == 2 ? n : 0u) << describe(l, VORN_OP_LT, true, n);
-        }
-    }
-}
-
-TEST(FixedTz, LiteralTzAboveTheStreamsRange) {
-    for (const Layout &l : kLayouts) {
-        if (!l.tz_bits()) continue;
-        const ub4 n = l.block_rows() + 9;
-        std::vector<unsigned> row_tz(n);
-        for (ub4 i = 0; i < n; ++i) row_tz[i] = i % (1u << l.tz_bits());
-        auto col = column_of(l, std::vector<ub8>(n, 3));
-        attach_tz_stream(*col, l, row_tz);
-        for (ub1 u : {ub1(1u << l.tz_bits()), ub1{200}, ub1{255}}) {
-            const Literal lit(l, 3, u, 0);
-            Result res(n);
-            EXPECT_EQ(call(l.bits, VORN_OP_LT, true, res, *col, lit, lit, nullptr), 0u);
-            EXPECT_EQ(res.vec.num_ones, n);
-            EXPECT_EQ(call(l.bits, VORN_OP_EQ, true, res, *col, lit, lit, nullptr), 1u);
-            EXPECT_EQ(call(l.bits, VORN_OP_GE, true, res, *col, lit, lit, nullptr), 1u);
         }
     }
 }
@@ -523,12 +474,6 @@ TEST(FixedTz, SelectiveKernelsCarryTheirOwnName) {
             }
         }
     }
-}
-
-TEST(FixedCompare, TheTableHoldsEveryKernel) {
-    for (unsigned bits : {8u, 16u, 32u, 64u})
-        for (unsigned op = 0; op < 10; ++op)
-            for (bool tz : {false, true}) EXPECT_NE(kernel(index_of(bits, op, tz)).cmp, nullptr) << name_of(bits, op, tz);
 }
 
 }  // namespace
