@@ -9,6 +9,7 @@
 #include "frame/dispatch_scheme.h"
 #include "frame/entries.h"
 #include "predicate/dict_entries.h"
+#include "predicate/dict_whole_byte_entries.h"
 #include "predicate/dynp_entries.h"
 #include "predicate/fixed_entries.h"
 #include "xlate/xlate_entries.h"
@@ -20,6 +21,7 @@ constexpr KernelTable build_table() {
     KernelTable t{};
     put_fixed(t);
     put_dict(t);
+    put_dict_whole_bytes(t);
     put_dynp(t);
     put_decode(t);
     put_unpack(t);
