@@ -9,28 +9,28 @@
 // stands in its lane shifted left by s_j.  The literal was shifted by the
 // same s_j once per call, so no shift runs in the loop.
 //
-// Order compares use the signed compares of the lanes.  Where a lane mask
-// reaches the lane's top bit, both sides are flipped in that bit first (an
-// XOR with the sign bit), which turns unsigned order into signed order.
+// eq and ne compare the lanes for equality.  Every order form matches an
+// interval of codes [lo, hi], known once the literals are, and is one signed
+// greater-than per vector, its bits complemented per block where the test is
+// the interval's complement:
+//   lt, le (hi only)   not (x > hi)
+//   gt, ge (lo only)   x > lo - 1
+//   the range forms    not ((x - lo) mod 2^L > hi - lo), unsigned
+// The first two need the lanes' sign bit flipped where a lane mask reaches
+// it, which turns unsigned order into signed order; the third subtracts lo
+// and flips in one addition.  The literal is always the right operand of the
+// compare, so the loop copies no register.
 //
-// Literals outside the code range.  Literals are native ub4 and may exceed
-// the top code M = 2^w - 1; the lanes then cannot hold them shifted.  They
-// are brought into range once per call so that the blocks give what the
-// unsigned compare gives: a literal tested as "x > A" is cut to M (nothing
-// is above M), and one tested as "x < A" or "x == A" above M becomes the
-// lane's signed maximum, which is above every masked lane and equal to none
-// (no mask covers all the lane's low bits).
+// Literals outside the code range are native ub4 numbers like any other:
+// the interval is cut to [0, M], M = 2^w - 1, before it is shifted into the
+// lanes, and an empty interval tests nothing against the lane's signed
+// maximum.  eq with a literal above M equals that maximum, which no masked
+// lane holds (no mask covers all of a lane's low bits).
 //
-// The _null forms.  Code 0 is null and must never match.  Rather than a
-// compare with zero per vector, the literals carry the rule wherever they
-// can: a strict lower bound (gt, gt_lt, gt_le) never admits 0; an inclusive
-// lower bound a (ge, ge_lt, ge_le) becomes max(a, 1); eq with literal 0 gets
-// the never-equal literal.  lt and le have no lower bound, so their lanes are
-// biased: the code c is read as c - 1, modulo the lane, which takes null to
-// the top of the lane above every code, and the literal is lowered to match.
-// The bias is one addition that replaces the sign flip.  Only ne needs the
-// second compare, with zero.  The rows come out exactly as "code != 0 and
-// the compare" gives them.
+// The _null forms.  Code 0 is null and never matches.  For the order forms
+// that is lo >= 1, so lt and le become range tests and the rest keep their
+// cost; eq with literal 0 equals nothing; only ne needs a second compare,
+// with zero.  The rows come out as "code != 0 and the compare" gives them.
 //
 // The last whole block is compared from a copy on the stack: its vectors
 // would otherwise read up to 15 bytes behind it, and nothing is read behind
@@ -105,8 +105,56 @@ struct Shape {
     static_assert(offset(7) + 16 <= 2 * kBlockBytes, "only the last whole block needs its copy");
 };
 
-// A literal in lane terms: a code 0..M, or kAboveAll for the lane's signed
-// maximum.
+// How a form's lanes are tested.
+enum class LaneTest : ub1 {
+    equal,          // x == A: eq, and ne complemented
+    equal_or_zero,  // x == A or x == 0, complemented: ne of the _null forms
+    upper,          // not (x > hi): lt and le, whose lo is 0
+    lower,          // x > lo - 1: gt and ge, whose hi is M
+    interval,       // not (x - lo > hi - lo), unsigned: the range forms, and
+                    // lt and le of the _null forms, whose lo is 1
+};
+
+template <Cmp C, bool Null>
+constexpr LaneTest lane_test() {
+    switch (C) {
+        case Cmp::eq: return LaneTest::equal;
+        case Cmp::ne: return Null ? LaneTest::equal_or_zero : LaneTest::equal;
+        case Cmp::lt:
+        case Cmp::le: return Null ? LaneTest::interval : LaneTest::upper;
+        case Cmp::gt:
+        case Cmp::ge: return LaneTest::lower;
+        default: return LaneTest::interval;
+    }
+}
+
+// The codes a form matches: [lo, hi] cut to [0, M]; empty when hi < lo.
+struct CodeInterval {
+    sb8 lo, hi;
+    bool empty() const { return hi < lo; }
+};
+
+template <Cmp C, bool Null>
+constexpr CodeInterval code_interval(ub4 a, ub4 b, ub4 top) {
+    sb8 lo = 0, hi = top;
+    switch (C) {
+        case Cmp::lt: hi = sb8{a} - 1; break;
+        case Cmp::le: hi = a; break;
+        case Cmp::gt: lo = sb8{a} + 1; break;
+        case Cmp::ge: lo = a; break;
+        case Cmp::gt_lt: lo = sb8{a} + 1, hi = sb8{b} - 1; break;
+        case Cmp::gt_le: lo = sb8{a} + 1, hi = b; break;
+        case Cmp::ge_lt: lo = a, hi = sb8{b} - 1; break;
+        case Cmp::ge_le: lo = a, hi = b; break;
+        default: break;
+    }
+    if (Null && lo < 1) lo = 1;
+    if (hi > sb8{top}) hi = top;
+    return {lo, hi};
+}
+
+// A literal in lane terms: a code 0..M shifted into each lane, or kAboveAll,
+// the lane's signed maximum, which no lane test reaches or equals.
 inline constexpr ub8 kAboveAll = ~ub8{0};
 
 template <ub4 W, Cmp C, bool Null>
@@ -115,96 +163,79 @@ class LaneCompare {
     using Ops = LaneOps<S::kLaneBits>;
     using T = typename Ops::T;
     static constexpr ub4 H = S::kHalves;
+    static constexpr LaneTest kTest = lane_test<C, Null>();
+    static constexpr bool kOneEnd = kTest == LaneTest::upper || kTest == LaneTest::lower;
+    static constexpr bool kFlipped = kOneEnd && S::kReachesTop;
 
-    static constexpr bool kEquality = C == Cmp::eq || C == Cmp::ne;
-    static constexpr bool kBiased = Null && (C == Cmp::lt || C == Cmp::le);
-    static constexpr bool kFlipped = kBiased || (!kEquality && S::kReachesTop);
-    // Forms whose lane test is the opposite of the answer: the block's bits
-    // are complemented before they are stored.
-    static constexpr bool kInverted =
-        C == Cmp::ne || C == Cmp::ge || C == Cmp::ge_le || (C == Cmp::le && !Null);
-    static constexpr bool kHasHigh = is_range(C);
-    static constexpr bool kComparesZero = Null && C == Cmp::ne;
-
-    __m128i shuffle_[H], mask_[H], low_[H], high_[H], bias_[H];
+    __m128i shuffle_[H], mask_[H], literal_[H], offset_[H];
+    ub8 invert_ = 0;  // all ones where the block's bits are complemented
     ub4 a_, b_;
-
-    // Literal a tested as "x > A": nothing is above the top code.
-    static constexpr ub8 above(ub4 a) { return a < S::kTopCode ? a : S::kTopCode; }
-    // Literal a tested as "x < A" or "x == A".
-    static constexpr ub8 below(ub4 a) { return a <= S::kTopCode ? ub8{a} : kAboveAll; }
 
     static VORN_INLINE __m128i table_half(const DictTable &t, ub4 h) {
         return _mm_loadu_si128(reinterpret_cast<const __m128i *>(t[W - 1].data() + 16 * h));
     }
-    // The lanes of half h holding `code` shifted by each lane's s.
-    static VORN_INLINE __m128i literal_lanes(ub8 code, ub4 h) {
+    // The lanes of half h: `code` shifted by each lane's s, sign-flipped
+    // if `flip`; or the signed maximum.
+    static VORN_INLINE __m128i literal_lanes(ub8 code, ub4 h, bool flip) {
         alignas(16) T v[S::kLanes];
         for (ub4 i = 0; i < S::kLanes; ++i) {
             const ub4 lane = code == kAboveAll ? S::kSignedMax
-                                               : (static_cast<ub4>(code) << S::shift(h, i)) ^ (kFlipped ? S::kSignBit : 0);
+                                               : (static_cast<ub4>(code) << S::shift(h, i)) ^ (flip ? S::kSignBit : 0);
             v[i] = static_cast<T>(lane);
         }
         return _mm_load_si128(reinterpret_cast<const __m128i *>(v));
     }
-    // The bias of the null lt and le lanes: minus one code, plus the flip.
-    static VORN_INLINE __m128i bias_lanes(ub4 h) {
+    // The addition of the interval test: the sign bit less lo shifted.
+    static VORN_INLINE __m128i offset_lanes(ub8 lo, ub4 h) {
         alignas(16) T v[S::kLanes];
-        for (ub4 i = 0; i < S::kLanes; ++i) v[i] = static_cast<T>(S::kSignBit - (ub4{1} << S::shift(h, i)));
+        for (ub4 i = 0; i < S::kLanes; ++i)
+            v[i] = static_cast<T>(S::kSignBit - (static_cast<ub4>(lo) << S::shift(h, i)));
         return _mm_load_si128(reinterpret_cast<const __m128i *>(v));
     }
 
-    // The first and second literal as the lane test reads them.
-    static constexpr ub8 lane_low(ub4 a) {
-        const ub4 lower = Null && a == 0 ? 1 : a;  // inclusive lower bounds skip null
-        switch (C) {
-            case Cmp::eq: return Null && a == 0 ? kAboveAll : below(a);
-            case Cmp::ne: return below(a);
-            case Cmp::lt: return kBiased ? (a == 0 ? 0 : above(a - 1)) : below(a);  // biased: x <= a - 1
-            case Cmp::le: return above(a);  // x > A complemented, or biased x < A
-            case Cmp::gt: return above(a);
-            case Cmp::ge: return below(lower);
-            case Cmp::gt_lt: return above(a);
-            case Cmp::gt_le: return above(a);
-            case Cmp::ge_lt: return below(lower);
-            case Cmp::ge_le: return below(lower);
+    // The literal of the lane test and whether its answer is complemented.
+    struct Plan {
+        ub8 literal, lo;
+        bool invert;
+    };
+    static Plan plan(ub4 a, ub4 b) {
+        if constexpr (kTest == LaneTest::equal || kTest == LaneTest::equal_or_zero) {
+            const bool never = a > S::kTopCode || (Null && C == Cmp::eq && a == 0);
+            return {never ? kAboveAll : a, 0, C == Cmp::ne};
+        } else {
+            const CodeInterval r = code_interval<C, Null>(a, b, S::kTopCode);
+            if (r.empty()) return {kAboveAll, 0, false};                 // x > max: never
+            if constexpr (kTest == LaneTest::upper) return {static_cast<ub8>(r.hi), 0, true};
+            if constexpr (kTest == LaneTest::lower) {
+                if (r.lo == 0) return {kAboveAll, 0, true};             // not (x > max): always
+                return {static_cast<ub8>(r.lo - 1), 0, false};
+            }
+            return {static_cast<ub8>(r.hi - r.lo), static_cast<ub8>(r.lo), true};
         }
-        return 0;
-    }
-    static constexpr ub8 lane_high(ub4 b) {
-        return C == Cmp::gt_lt || C == Cmp::ge_lt ? below(b) : above(b);
     }
 
 public:
     using Text = KernelText<kernel_name<dispatch_index(width_code(W), VORN_ENC_DICT, static_cast<ub4>(C), Null)>()>;
 
     LaneCompare(ub4 a, ub4 b) : a_(a), b_(b) {
+        const Plan p = plan(a, b);
+        invert_ = p.invert ? ~ub8{0} : 0;
         for (ub4 h = 0; h < H; ++h) {
             shuffle_[h] = table_half(vorn_shuffle_masks, h);
             mask_[h] = table_half(vorn_and_masks, h);
-            low_[h] = literal_lanes(lane_low(a), h);
-            if constexpr (kHasHigh) high_[h] = literal_lanes(lane_high(b), h);
-            if constexpr (kBiased) bias_[h] = bias_lanes(h);
+            literal_[h] = literal_lanes(p.literal, h, kFlipped || kTest == LaneTest::interval);
+            if constexpr (kTest == LaneTest::interval) offset_[h] = offset_lanes(p.lo, h);
         }
     }
 
-    // The lanes of one vector that match: all ones or all zeros per lane.
+    // The lanes of one vector that pass the lane test: all ones or zeros.
     VORN_INLINE __m128i lanes(__m128i v, ub4 h) const {
-        __m128i x = _mm_and_si128(_mm_shuffle_epi8(v, shuffle_[h]), mask_[h]);
-        if constexpr (kComparesZero) return _mm_or_si128(Ops::eq(x, low_[h]), Ops::eq(x, _mm_setzero_si128()));
-        if constexpr (kBiased) x = Ops::add(x, bias_[h]);
-        else if constexpr (kFlipped) x = _mm_xor_si128(x, Ops::sign());
-        const __m128i a = low_[h];
-        if constexpr (C == Cmp::eq) return Ops::eq(x, a);
-        else if constexpr (C == Cmp::ne) return Ops::eq(x, a);
-        else if constexpr (C == Cmp::lt) return Ops::gt(a, x);
-        else if constexpr (C == Cmp::le) return kBiased ? Ops::gt(a, x) : Ops::gt(x, a);
-        else if constexpr (C == Cmp::gt) return Ops::gt(x, a);
-        else if constexpr (C == Cmp::ge) return Ops::gt(a, x);
-        else if constexpr (C == Cmp::gt_lt) return _mm_and_si128(Ops::gt(x, a), Ops::gt(high_[h], x));
-        else if constexpr (C == Cmp::gt_le) return _mm_andnot_si128(Ops::gt(x, high_[h]), Ops::gt(x, a));
-        else if constexpr (C == Cmp::ge_lt) return _mm_andnot_si128(Ops::gt(a, x), Ops::gt(high_[h], x));
-        else return _mm_or_si128(Ops::gt(a, x), Ops::gt(x, high_[h]));
+        const __m128i x = _mm_and_si128(_mm_shuffle_epi8(v, shuffle_[h]), mask_[h]);
+        if constexpr (kTest == LaneTest::equal) return Ops::eq(x, literal_[h]);
+        if constexpr (kTest == LaneTest::equal_or_zero)
+            return _mm_or_si128(Ops::eq(x, literal_[h]), Ops::eq(x, _mm_setzero_si128()));
+        if constexpr (kTest == LaneTest::interval) return Ops::gt(Ops::add(x, offset_[h]), literal_[h]);
+        return Ops::gt(kFlipped ? _mm_xor_si128(x, Ops::sign()) : x, literal_[h]);
     }
 
     // One block at p: its bits stored at o, in row order; returns their count.
@@ -217,21 +248,21 @@ public:
         if constexpr (S::kLaneBits == 8) {
             ub8 w0 = bits(m[0]) | bits(m[1]) << 16 | bits(m[2]) << 32 | bits(m[3]) << 48;
             ub8 w1 = bits(m[4]) | bits(m[5]) << 16 | bits(m[6]) << 32 | bits(m[7]) << 48;
-            if constexpr (kInverted) w0 = ~w0, w1 = ~w1;
+            w0 ^= invert_, w1 ^= invert_;
             store(o, w0);
             store(o + 8, w1);
             return _mm_popcnt_u64(w0) + _mm_popcnt_u64(w1);
         } else if constexpr (S::kLaneBits == 16) {
             ub8 w = bits(_mm_packs_epi16(m[0], m[1])) | bits(_mm_packs_epi16(m[2], m[3])) << 16 |
                     bits(_mm_packs_epi16(m[4], m[5])) << 32 | bits(_mm_packs_epi16(m[6], m[7])) << 48;
-            if constexpr (kInverted) w = ~w;
+            w ^= invert_;
             store(o, w);
             return _mm_popcnt_u64(w);
         } else {
             const __m128i lo = _mm_packs_epi16(_mm_packs_epi32(m[0], m[1]), _mm_packs_epi32(m[2], m[3]));
             const __m128i hi = _mm_packs_epi16(_mm_packs_epi32(m[4], m[5]), _mm_packs_epi32(m[6], m[7]));
             ub4 w = static_cast<ub4>(bits(lo) | bits(hi) << 16);
-            if constexpr (kInverted) w = ~w;
+            w ^= static_cast<ub4>(invert_);
             store(o, w);
             return _mm_popcnt_u32(w);
         }
