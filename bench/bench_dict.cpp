@@ -53,11 +53,13 @@ struct Literals {
     ub4 a, b;
 };
 
-// eq: a code in the middle of the range; ge_lt: half the codes.
+// eq: a code in the middle of the range; ge_lt: half the codes.  Width 1:
+// the rows of code 1 for both, plain and _null alike.
 Literals literals(Form form, unsigned w) {
     const ub4 top = (ub4{1} << w) - 1;
     if (form == Form::eq) return {top / 3 | 1, 0};
-    return {(top + 1) / 4, (top + 1) / 4 * 3 + (w == 1 ? 1 : 0)};
+    if (w == 1) return {1, 2};
+    return {(top + 1) / 4, (top + 1) / 4 * 3};
 }
 
 ub4 rows_of(std::size_t bytes, unsigned w) { return static_cast<ub4>(bytes * 8 / w); }
