@@ -18,6 +18,11 @@ std::vector<Bits> unit_bits(const Table &t) {
     return v;
 }
 
+// Each path of a query runs this often, and the best time counts: the
+// first run pays for page faults and cold caches that a server's steady
+// state does not see.
+constexpr int kRuns = 3;
+
 ub8 words_of(ub4 rows) { return (rows + 63) / 64; }
 
 bool bit(const Bits &b, ub8 i) { return (b[i >> 6] >> (i & 63)) & 1; }
@@ -136,14 +141,14 @@ private:
     void range_predicate() {
         Outcome o;
         o.title = "Q1 range predicate";
-        lo_ = city_code("Ba");
-        hi_ = city_code("Fa");
-        o.question = "city >= 'Ba' and city < 'Fa': codes " + std::to_string(lo_) + " to " +
+        lo_ = city_code("Da");
+        hi_ = city_code("Ha");
+        o.question = "city >= 'Da' and city < 'Ha': codes " + std::to_string(lo_) + " to " +
                      std::to_string(hi_ - 1) + " of 2,000, 11-bit packed";
         q1_ = unit_bits(t_);
         std::vector<ub8> counts(t_.units);
         const ub4 index = VORN_DISPATCH_INDEX(t_.city.enc.kernel_group, VORN_OP_GE_LT, 0);
-        o.library_seconds = scan_.for_units(t_.units, [&](Worker &w, ub4 u) {
+        o.library_seconds = scan_.best_of(kRuns, t_.units, [&](Worker &w, ub4 u) {
             vorn_vec src = packed_unit(t_, t_.city, u), res = result(q1_[u], src.size);
             vorn_kernel_ctx k = w.kctx();
             scan_.range(w, index, &res, &src, &lo_, &hi_, &k, src.size);
@@ -151,7 +156,9 @@ private:
         });
         std::vector<Bits> model = unit_bits(t_);
         std::vector<ub8> model_counts(t_.units);
-        o.scalar_seconds = scan_.for_units(t_.units, [&](Worker &, ub4 u) {
+        o.scalar_seconds = scan_.best_of(kRuns, t_.units, [&](Worker &, ub4 u) {
+            model_counts[u] = 0;
+            std::fill(model[u].begin(), model[u].end(), 0);
             const ub1 *s = static_cast<const ub1 *>(packed_unit(t_, t_.city, u).data);
             for (ub4 i = 0, n = t_.unit_size(u); i < n; ++i) {
                 const ub4 c = code_at(s, 11, i);
@@ -221,7 +228,7 @@ private:
         std::vector<Bits> amount = unit_bits(t_);
         std::vector<ub8> counts(t_.units);
         const ub4 index = VORN_DISPATCH_INDEX(t_.amount_enc.kernel_group, VORN_OP_LT, 0);
-        o.library_seconds = scan_.for_units(t_.units, [&](Worker &w, ub4 u) {
+        o.library_seconds = scan_.best_of(kRuns, t_.units, [&](Worker &w, ub4 u) {
             vorn_vec src = fixed_unit(t_, t_.amount, t_.amount_enc, u), res = result(amount[u], src.size);
             vorn_kernel_ctx k = w.kctx();
             scan_.compare(w, index, &res, &src, &limit_be, &k, src.size);
@@ -231,7 +238,9 @@ private:
         });
         std::vector<Bits> model = unit_bits(t_);
         std::vector<ub8> model_counts(t_.units);
-        o.scalar_seconds = scan_.for_units(t_.units, [&](Worker &, ub4 u) {
+        o.scalar_seconds = scan_.best_of(kRuns, t_.units, [&](Worker &, ub4 u) {
+            model_counts[u] = 0;
+            std::fill(model[u].begin(), model[u].end(), 0);
             const ub1 *city = static_cast<const ub1 *>(packed_unit(t_, t_.city, u).data);
             const ub1 *amt = static_cast<const ub1 *>(fixed_unit(t_, t_.amount, t_.amount_enc, u).data);
             for (ub4 i = 0, n = t_.unit_size(u); i < n; ++i) {
@@ -255,7 +264,7 @@ private:
         q3_ = unit_bits(t_);
         std::vector<ub8> counts(t_.units);
         const ub4 index = VORN_DISPATCH_INDEX(t_.category.enc.kernel_group, VORN_OP_NE, 1);
-        o.library_seconds = scan_.for_units(t_.units, [&](Worker &w, ub4 u) {
+        o.library_seconds = scan_.best_of(kRuns, t_.units, [&](Worker &w, ub4 u) {
             vorn_vec src = packed_unit(t_, t_.category, u), res = result(q3_[u], src.size);
             src.filter_bv = visible_of(t_, u);
             vorn_kernel_ctx k = w.kctx();
@@ -266,7 +275,9 @@ private:
         });
         std::vector<Bits> model = unit_bits(t_);
         std::vector<ub8> model_counts(t_.units);
-        o.scalar_seconds = scan_.for_units(t_.units, [&](Worker &, ub4 u) {
+        o.scalar_seconds = scan_.best_of(kRuns, t_.units, [&](Worker &, ub4 u) {
+            model_counts[u] = 0;
+            std::fill(model[u].begin(), model[u].end(), 0);
             const ub1 *cat = static_cast<const ub1 *>(packed_unit(t_, t_.category, u).data);
             const ub8 *vis = visible_of(t_, u);
             for (ub4 i = 0, n = t_.unit_size(u); i < n; ++i) {
@@ -276,6 +287,7 @@ private:
             }
         });
         o.rows = static_cast<double>(t_.rows);
+        q3_counts_ = counts;
         o.ok = same_bits(t_, q3_, model, o.mismatch) && total(counts) == total(model_counts);
         o.answer = with_commas(total(counts)) + " rows";
         out_.push_back(o);
@@ -288,7 +300,7 @@ private:
         o.question = "min(city), max(city) over Q3's rows, on the codes";
         std::vector<ub4> mins(t_.units, ~0u), maxs(t_.units, 0);
         const ub4 index = VORN_DISPATCH_INDEX(t_.city.enc.kernel_group, VORN_OP_MINMAX, 0);
-        o.library_seconds = scan_.for_units(t_.units, [&](Worker &w, ub4 u) {
+        o.library_seconds = scan_.best_of(kRuns, t_.units, [&](Worker &w, ub4 u) {
             vorn_vec src = packed_unit(t_, t_.city, u), res{};
             ub4 mm[2] = {~0u, 0};
             res.data = mm;
@@ -297,7 +309,7 @@ private:
             if (scan_.minmax(w, index, &res, &src, &k, 0, src.size) == 0) mins[u] = mm[0], maxs[u] = mm[1];
         });
         std::vector<ub4> model_min(t_.units, ~0u), model_max(t_.units, 0);
-        o.scalar_seconds = scan_.for_units(t_.units, [&](Worker &, ub4 u) {
+        o.scalar_seconds = scan_.best_of(kRuns, t_.units, [&](Worker &, ub4 u) {
             const ub1 *city = static_cast<const ub1 *>(packed_unit(t_, t_.city, u).data);
             for (ub4 i = 0, n = t_.unit_size(u); i < n; ++i) {
                 if (!bit(q3_[u], i)) continue;
@@ -320,25 +332,24 @@ private:
     void decode() {
         Outcome o;
         o.title = "Q5 decode to symbols";
-        o.question = "city of Q3's rows: pointer and length into the dictionary per row";
+        o.question = "city of Q3's rows: pointer and length into the dictionary per row, no byte copied";
+        // The output arrays are the host's, made before the scan.
         struct Output {
             std::vector<ub4> rows;
             std::vector<ub8> ptrs;
             std::vector<ub2> lens, flags;
+            void make(ub8 n) { rows.resize(n), ptrs.resize(n), lens.resize(n), flags.resize(n); }
         };
-        std::vector<Output> outs(t_.units);
+        std::vector<Output> outs(t_.units), model(t_.units);
+        for (ub4 u = 0; u < t_.units; ++u) outs[u].make(q3_counts_[u]), model[u].make(q3_counts_[u]);
         const ub4 index = VORN_DISPATCH_INDEX(t_.city.enc.kernel_group, VORN_OP_DECODE, 0);
-        ub8 decoded = 0;
-        o.library_seconds = scan_.for_units(t_.units, [&](Worker &w, ub4 u) {
+        o.library_seconds = scan_.best_of(kRuns, t_.units, [&](Worker &w, ub4 u) {
             Output &out = outs[u];
-            const ub4 rows = t_.unit_size(u);
-            out.rows.resize(rows);
-            vorn_bv_iter it;
-            scan_.ctx().vorn_lbiwv_ictx_ini2_dydi(&it, q3_[u].data(), rows, 0, 0);
-            const ub4 n = scan_.ctx().vorn_lbiwvones_dydi(&it, out.rows.data(), rows);
-            out.rows.resize(n);
+            const ub4 n = static_cast<ub4>(out.rows.size());
             if (n == 0) return;
-            out.ptrs.resize(n), out.lens.resize(n), out.flags.resize(n);
+            vorn_bv_iter it;
+            scan_.ctx().vorn_lbiwv_ictx_ini2_dydi(&it, q3_[u].data(), t_.unit_size(u), 0, 0);
+            scan_.ctx().vorn_lbiwvones_dydi(&it, out.rows.data(), n);
             vorn_vec src = packed_unit(t_, t_.city, u), res{};
             res.data = out.ptrs.data();
             res.data2 = out.lens.data();
@@ -348,21 +359,30 @@ private:
             k.ones_vec_size = n;
             scan_.decode(w, index, &res, &src, &k, n);
         });
-        std::vector<char> unit_ok(t_.units, 1);
-        o.scalar_seconds = scan_.for_units(t_.units, [&](Worker &, ub4 u) {
+        o.scalar_seconds = scan_.best_of(kRuns, t_.units, [&](Worker &, ub4 u) {
             const ub1 *city = static_cast<const ub1 *>(packed_unit(t_, t_.city, u).data);
-            const Output &out = outs[u];
             const ub1 *base = t_.cities.bytes.data();
-            for (std::size_t j = 0; j < out.rows.size(); ++j) {
-                const ub4 c = code_at(city, 11, out.rows[j]);
+            Output &out = model[u];
+            ub8 j = 0;
+            for (ub4 i = 0, n = t_.unit_size(u); i < n; ++i) {
+                if (!bit(q3_[u], i)) continue;
+                const ub4 c = code_at(city, 11, i);
                 const ub4 off = __builtin_bswap32(t_.cities.offsets[c]);
-                const ub4 len = __builtin_bswap32(t_.cities.offsets[c + 1]) - off;
-                if (out.ptrs[j] != reinterpret_cast<ub8>(base + off) || out.lens[j] != len || out.flags[j] != 0)
-                    unit_ok[u] = 0;
+                const ub4 len = (__builtin_bswap32(t_.cities.offsets[c + 1]) - off) & 0xffff;
+                out.rows[j] = i;
+                out.ptrs[j] = reinterpret_cast<ub8>(base + off);
+                out.lens[j] = static_cast<ub2>(len);
+                out.flags[j++] = len == 0 ? 2 : 0;
             }
         });
-        for (const Output &out : outs) decoded += out.rows.size();
-        o.ok = std::all_of(unit_ok.begin(), unit_ok.end(), [](char c) { return c != 0; });
+        ub8 decoded = 0;
+        o.ok = true;
+        for (ub4 u = 0; u < t_.units; ++u) {
+            decoded += outs[u].rows.size();
+            if (outs[u].rows != model[u].rows || outs[u].ptrs != model[u].ptrs || outs[u].lens != model[u].lens ||
+                outs[u].flags != model[u].flags)
+                o.ok = false;
+        }
         if (!o.ok) o.mismatch = "a decoded pointer, length or flag differs from the dictionary";
         o.rows = static_cast<double>(decoded);
         std::string sample;
@@ -389,8 +409,8 @@ private:
         std::vector<ub8> counts(t_.units);
         vorn_xlate_table table{};
         table.table = t_.store_region.data();
-        o.library_seconds = scan_.for_units(t_.units, [&](Worker &w, ub4 u) {
-            regions[u].resize(t_.unit_size(u));
+        for (ub4 u = 0; u < t_.units; ++u) regions[u].resize(t_.unit_size(u));
+        o.library_seconds = scan_.best_of(kRuns, t_.units, [&](Worker &w, ub4 u) {
             vorn_vec src = fixed_unit(t_, t_.store, t_.store_enc, u), res = result(bits[u], src.size);
             vorn_xlate_ctx x{};
             x.low_code = 0;
@@ -406,7 +426,9 @@ private:
         std::vector<char> unit_ok(t_.units, 1);
         std::vector<ub8> model_counts(t_.units);
         std::vector<std::vector<ub8>> per_region(t_.units, std::vector<ub8>(12));
-        o.scalar_seconds = scan_.for_units(t_.units, [&](Worker &, ub4 u) {
+        o.scalar_seconds = scan_.best_of(kRuns, t_.units, [&](Worker &, ub4 u) {
+            model_counts[u] = 0;
+            std::fill(per_region[u].begin(), per_region[u].end(), 0);
             const ub1 *store = static_cast<const ub1 *>(fixed_unit(t_, t_.store, t_.store_enc, u).data);
             for (ub4 i = 0, n = t_.unit_size(u); i < n; ++i) {
                 const ub1 region = bit(q3_[u], i) ? t_.store_region[be32_at(store + 4 * i)] : 255;
@@ -438,7 +460,7 @@ private:
         o.question = "status = 3: 4-bit codes in runs of 1 to 255 rows, expanded by the burst kernel";
         std::vector<Bits> bits = unit_bits(t_);
         std::vector<ub8> counts(t_.units);
-        o.library_seconds = scan_.for_units(t_.units, [&](Worker &w, ub4 u) {
+        o.library_seconds = scan_.best_of(kRuns, t_.units, [&](Worker &w, ub4 u) {
             RleUnit &r = t_.status[u];
             vorn_vec src{}, res = result(bits[u], t_.unit_size(u));
             src.data = r.codes.data();
@@ -452,7 +474,9 @@ private:
         std::vector<Bits> model = unit_bits(t_);
         std::vector<ub8> model_counts(t_.units);
         ub8 runs = 0;
-        o.scalar_seconds = scan_.for_units(t_.units, [&](Worker &, ub4 u) {
+        o.scalar_seconds = scan_.best_of(kRuns, t_.units, [&](Worker &, ub4 u) {
+            model_counts[u] = 0;
+            std::fill(model[u].begin(), model[u].end(), 0);
             const RleUnit &r = t_.status[u];
             ub8 row = 0;
             for (ub4 i = 0; i < r.runs; ++i) {
@@ -475,6 +499,7 @@ private:
     Table &t_;
     ub4 lo_ = 0, hi_ = 0;
     ub8 q1_count_ = 0;
+    std::vector<ub8> q3_counts_;
     std::vector<Bits> q1_, q2_, q3_;
     std::vector<Outcome> out_;
 };

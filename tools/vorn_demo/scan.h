@@ -43,6 +43,8 @@ public:
     // Runs fn(worker, unit) for units 0..units-1 on all threads, each unit
     // on one thread; returns the wall time in seconds.
     double for_units(ub4 units, const std::function<void(Worker &, ub4)> &fn);
+    // The same, `runs` times over; returns the best wall time.
+    double best_of(int runs, ub4 units, const std::function<void(Worker &, ub4)> &fn);
 
     // Kernel calls by dispatch index, timed into the worker's statistics
     // with `rows` as the rows the call covered.
