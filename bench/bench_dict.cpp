@@ -92,19 +92,11 @@ void kernel_run(benchmark::State &state, Form form, unsigned w, bool null, std::
     set_rates(state, rows, static_cast<double>(bytes));
 }
 
-// The reference read of one code, as a host's plain loop would do it.
-template <unsigned W>
-inline ub4 reference_read(const ub1 *stream, ub8 bitpos) {
-    ub4 v;
-    std::memcpy(&v, stream + (bitpos >> 3), 4);
-    return (__builtin_bswap32(v) << (bitpos & 7)) >> (32 - W);
-}
-
 template <unsigned W, Form F>
 VORN_SCALAR ub8 scalar_scan(ub8 *out, const ub1 *stream, ub4 rows, ub4 a, ub4 b) {
     ub8 count = 0, word = 0, bitpos = 0;
     for (ub4 i = 0; i < rows; ++i, bitpos += W) {
-        const ub4 code = reference_read<W>(stream, bitpos);
+        const ub4 code = reference_read(stream, W, bitpos);
         const ub8 hit = F == Form::eq ? code == a : (a <= code && code < b);
         word |= hit << (i & 63);
         count += hit;

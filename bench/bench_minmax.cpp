@@ -58,10 +58,7 @@ void minmax_kernel(benchmark::State &state, unsigned w) {
 VORN_SCALAR ub8 scalar_minmax(const ub1 *s, unsigned w, ub4 n, ub4 none) {
     ub4 lo = none, hi = 0;
     for (ub4 i = 0; i < n; ++i) {
-        const ub8 b = static_cast<ub8>(i) * w;
-        ub4 x;
-        std::memcpy(&x, s + (b >> 3), 4);
-        const ub4 c = (__builtin_bswap32(x) << (b & 7)) >> (32 - w);
+        const ub4 c = reference_read(s, w, static_cast<ub8>(i) * w);
         lo = c < lo ? c : lo;
         hi = c > hi ? c : hi;
     }

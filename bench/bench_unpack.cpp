@@ -57,10 +57,7 @@ void unpack_kernel(benchmark::State &state, unsigned w) {
 template <class E>
 VORN_SCALAR void scalar_unpack(const ub1 *s, unsigned w, ub4 n, E *out) {
     for (ub4 i = 0; i < n; ++i) {
-        const ub8 b = static_cast<ub8>(i) * w;
-        ub4 x;
-        std::memcpy(&x, s + (b >> 3), 4);
-        out[i] = static_cast<E>((__builtin_bswap32(x) << (b & 7)) >> (32 - w));
+        out[i] = static_cast<E>(reference_read(s, w, static_cast<ub8>(i) * w));
     }
 }
 

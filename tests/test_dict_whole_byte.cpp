@@ -65,27 +65,11 @@ void check_random(unsigned bits, unsigned op, bool null, ub4 n, Mode mode, std::
     auto col = packed_column(codes, bits);
     const ub8 av = pick(bits, rng), bv = pick(bits, rng);
     const Code a(bits, av), b(bits, bv);
-    const auto filter = random_bits(rng, n, 0.7), aux = random_bits(rng, n, 0.6);
-    if (has_filter(mode)) col->vec.filter_bv = filter.data();
-    TestHost host;
-    if (is_compressed(mode)) {
-        host.use_copying_decoder();
-        col->compress_by_copy();
-    }
-    vorn_kernel_ctx k = host.kctx();
-    if (has_aux(mode)) k.bv_aux = aux.data();
-    if (is_selective(mode)) k.flags = VORN_CTX_SELECTIVE;
+    ModeRun run(mode, *col, n, rng);
     Result res(n);
-    const ub8 code = call(bits, op, null, res, *col, a, b, mode == Mode::no_kctx ? nullptr : &k);
-    EXPECT_TRUE(matches(res,
-                        restrict_rows(model(op, null, codes, av, bv), has_filter(mode) ? filter.data() : nullptr,
-                                      has_aux(mode) ? aux.data() : nullptr),
-                        code));
-    EXPECT_EQ(k.done_flags, has_aux(mode) ? VORN_DONE_BV_AUX : 0u);
-    if (is_compressed(mode)) {
-        ASSERT_EQ(host.allocs.size(), 1u);
-        EXPECT_EQ(host.allocs[0].name, name_of(bits, op, null) + ": vec1_decomp");
-    }
+    const ub8 code = call(bits, op, null, res, *col, a, b, run.kctx());
+    EXPECT_TRUE(matches(res, run.expect(model(op, null, codes, av, bv)), code));
+    run.check_after(name_of(bits, op, null));
 }
 
 TEST(DictWholeByte, EveryKernelAgreesWithTheModel) {

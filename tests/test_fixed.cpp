@@ -125,29 +125,12 @@ void check_random(const Layout &l, unsigned op, bool tz, ub4 n, Mode mode, std::
     const Literal a(l, pick(pool, l, rng), tz_literal(), rng()), b(l, pick(pool, l, rng), tz_literal(), rng());
     const auto match = model(l, op, tz, values, row_tz, a, b);
 
-    const auto filter = random_bits(rng, n, 0.7), aux = random_bits(rng, n, 0.6);
-    if (has_filter(mode)) col->vec.filter_bv = filter.data();
-    TestHost host;
-    if (is_compressed(mode)) {
-        host.use_copying_decoder();
-        col->compress_by_copy();
-    }
-    vorn_kernel_ctx k = host.kctx();
-    if (has_aux(mode)) k.bv_aux = aux.data();
-    if (is_selective(mode)) k.flags = VORN_CTX_SELECTIVE;
-
+    ModeRun run(mode, *col, n, rng);
     Result res(n);
-    const ub8 code = call(l.bits, op, tz, res, *col, a, b, mode == Mode::no_kctx ? nullptr : &k);
-    EXPECT_TRUE(matches(res, restrict_rows(match, has_filter(mode) ? filter.data() : nullptr,
-                                           has_aux(mode) ? aux.data() : nullptr),
-                        code));
-    EXPECT_EQ(k.done_flags, has_aux(mode) ? VORN_DONE_BV_AUX : 0u);
-    if (is_compressed(mode)) {
-        const bool own_selective = tz && l.bits >= 32 && is_range_op(op) && is_selective(mode);
-        ASSERT_EQ(host.allocs.size(), 1u);
-        EXPECT_EQ(host.allocs[0].name, name_of(l.bits, op, tz) + (own_selective ? "_selective" : "") + ": vec1_decomp");
-        EXPECT_EQ(host.decode_calls, 1u);
-    }
+    const ub8 code = call(l.bits, op, tz, res, *col, a, b, run.kctx());
+    EXPECT_TRUE(matches(res, run.expect(match), code));
+    const bool own_selective = tz && l.bits >= 32 && is_range_op(op) && is_selective(mode);
+    run.check_after(name_of(l.bits, op, tz) + (own_selective ? "_selective" : ""));
 }
 
 std::vector<ub4> row_counts(const Layout &l) {

@@ -24,11 +24,6 @@ std::string kernel_name(unsigned w, bool null) {
 }
 
 enum class Layout { plain, rle8, rle16 };
-enum class Sel { none, dense, selective, list };
-
-const char *sel_name(Sel s) {
-    return s == Sel::none ? "none" : s == Sel::dense ? "bv_aux" : s == Sel::selective ? "selective" : "ones_vec";
-}
 
 struct Source {
     std::unique_ptr<Column> col;
@@ -67,25 +62,6 @@ Source make_source(std::mt19937_64 &rng, unsigned w, Layout layout, bool compres
     return s;
 }
 
-struct Selection {
-    Sel kind = Sel::none;
-    std::vector<ub8> aux;
-    std::vector<ub4> list;
-};
-
-Selection make_selection(std::mt19937_64 &rng, Sel kind, ub4 rows, double density) {
-    Selection s;
-    s.kind = kind;
-    if (kind == Sel::dense || kind == Sel::selective) {
-        s.aux = random_bits(rng, rows, density);
-        if (rows % 64) s.aux[rows / 64] |= ~0ull << (rows % 64);  // not rows: ignored
-    } else if (kind == Sel::list) {
-        std::bernoulli_distribution d(density);
-        for (ub4 i = 0; i < rows; ++i)
-            if (d(rng)) s.list.push_back(i);
-    }
-    return s;
-}
 
 struct Answer {
     bool seen = false;
@@ -120,13 +96,7 @@ constexpr ub4 kUntouched = 0xabababab;
 Answer run(TestHost &host, Source &src, const Selection &sel, unsigned w, bool null, ub4 start, ub4 mode,
            ub8 *code, ub4 out[2]) {
     vorn_kernel_ctx k = host.kctx();
-    if (sel.kind == Sel::dense || sel.kind == Sel::selective) k.bv_aux = sel.aux.data();
-    if (sel.kind == Sel::selective) k.flags = VORN_CTX_SELECTIVE;
-    static const ub4 no_rows[1] = {0};  // a present but empty list still has an address
-    if (sel.kind == Sel::list) {
-        k.ones_vec = sel.list.empty() ? no_rows : sel.list.data();
-        k.ones_vec_size = static_cast<ub4>(sel.list.size());
-    }
+    apply(k, sel);
     k.row_pos = start;
     out[0] = out[1] = kUntouched;
     vorn_vec res{};

@@ -76,40 +76,7 @@ Source make_source(std::mt19937_64 &rng, unsigned w, Layout layout, bool compres
     return s;
 }
 
-enum class Sel { none, dense, selective, list };
-const char *sel_name(Sel s) {
-    return s == Sel::none ? "none" : s == Sel::dense ? "bv_aux" : s == Sel::selective ? "selective" : "ones_vec";
-}
 
-struct Selection {
-    Sel kind = Sel::none;
-    std::vector<ub8> aux;
-    std::vector<ub4> list;
-};
-
-Selection make_selection(std::mt19937_64 &rng, Sel kind, ub4 rows, double density) {
-    Selection s;
-    s.kind = kind;
-    if (kind == Sel::dense || kind == Sel::selective) {
-        s.aux = random_bits(rng, rows, density);
-        if (rows % 64) s.aux[rows / 64] |= ~0ull << (rows % 64);  // bits behind the rows: ignored
-    } else if (kind == Sel::list) {
-        std::bernoulli_distribution d(density);
-        for (ub4 i = 0; i < rows; ++i)
-            if (d(rng)) s.list.push_back(i);
-        if (s.list.empty() && rows) s.list.push_back(static_cast<ub4>(rng() % rows));
-    }
-    return s;
-}
-
-void apply(vorn_kernel_ctx &k, const Selection &s) {
-    if (s.kind == Sel::dense || s.kind == Sel::selective) k.bv_aux = s.aux.data();
-    if (s.kind == Sel::selective) k.flags |= VORN_CTX_SELECTIVE;
-    if (s.kind == Sel::list) {
-        k.ones_vec = s.list.data();
-        k.ones_vec_size = static_cast<ub4>(s.list.size());
-    }
-}
 
 // ---- The model ---------------------------------------------------------------
 
@@ -181,7 +148,7 @@ TEST(Unpack, EveryWidthElementSelectionAndStorageAgreesWithTheModel) {
                             Source src = make_source(rng, w, layout, compressed, n);
                             const ub4 size = src.col->vec.size;
                             const double density = std::uniform_real_distribution<double>(0, 1)(rng);
-                            const Selection sel = make_selection(rng, kind, size, density);
+                            const Selection sel = make_selection(rng, kind, size, density, true);
                             const ub4 start = size && rng() % 2 ? static_cast<ub4>(rng() % size) : 0;
                             // Room for everything, or for a part.
                             const ub4 room = rng() % 3 ? size + 5 : 1 + static_cast<ub4>(rng() % (size + 1));
@@ -248,7 +215,7 @@ TEST(Unpack, ManySmallCallsGiveWhatOneCallGives) {
                 for (bool wide : {false, true}) {
                     Source src = make_source(rng, w, layout, rng() % 2 == 0, 700);
                     const double density = kind == Sel::none ? 1.0 : rng() % 2 ? 0.6 : 1.0;
-                    const Selection sel = make_selection(rng, kind, src.col->vec.size, density);
+                    const Selection sel = make_selection(rng, kind, src.col->vec.size, density, true);
                     const std::vector<ub8> want = model(src.rows, sel, 0, ~0u).out;
                     const bool runs = layout != Layout::plain;
                     // Every start: one row a call, then two, then three.
@@ -296,7 +263,7 @@ TEST(Unpack, BlocksReadNothingBehindTheStreamsThreeSpareBytes) {
             for (Sel kind : {Sel::none, Sel::dense}) {
                 Source src = make_source(rng, w, Layout::plain, false, n);
                 ExactStream exact(*src.col, w, n);
-                const Selection sel = make_selection(rng, kind, n, 0.9);
+                const Selection sel = make_selection(rng, kind, n, 0.9, true);
                 vorn_kernel_ctx k = host.kctx();
                 apply(k, sel);
                 Out out(n, element_bytes(w, false));
@@ -357,7 +324,7 @@ TEST(Unpack, RowPosMovedBackBeforeTheRecordedRun) {
     for (Sel kind : {Sel::none, Sel::dense}) {
         Source src = make_source(rng, 6, Layout::rle8, false, 2000, false);
         const ub4 size = src.col->vec.size;
-        const Selection sel = make_selection(rng, kind, size, 0.7);
+        const Selection sel = make_selection(rng, kind, size, 0.7, true);
         vorn_kernel_ctx k = host.kctx();
         apply(k, sel);
         k.row_pos = size / 2;

@@ -14,6 +14,7 @@
 #include <benchmark/benchmark.h>
 
 #include <cstddef>
+#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
@@ -46,6 +47,14 @@ ub8 stream_read(const void *p, std::size_t bytes);
 // Reads a and b and writes dst, 16 bytes at a time: the bandwidth of a
 // 3-stream copy of the same bytes as a two-source bit-vector operation.
 void stream_copy3(void *dst, const void *a, const void *b, std::size_t bytes);
+
+// The reference read of the packed code at bit position `bitpos`, as a
+// host's plain loop does it: four bytes, a byte swap, two shifts.
+inline ub4 reference_read(const ub1 *stream, unsigned width, ub8 bitpos) {
+    ub4 v;
+    std::memcpy(&v, stream + (bitpos >> 3), 4);
+    return (__builtin_bswap32(v) << (bitpos & 7)) >> (32 - width);
+}
 
 // Sets the counters the reporter reads: rows and bytes per iteration.
 void set_rates(benchmark::State &state, double rows, double bytes);

@@ -43,37 +43,10 @@
 #include <utility>
 
 #include "predicate/dict_rows.h"
+#include "predicate/lanes.h"
 #include "predicate/dict_tables.h"
 
 namespace vorn::dict {
-
-template <ub4 L>
-struct LaneOps;
-
-template <>
-struct LaneOps<8> {
-    using T = ub1;
-    static VORN_INLINE __m128i eq(__m128i a, __m128i b) { return _mm_cmpeq_epi8(a, b); }
-    static VORN_INLINE __m128i gt(__m128i a, __m128i b) { return _mm_cmpgt_epi8(a, b); }
-    static VORN_INLINE __m128i add(__m128i a, __m128i b) { return _mm_add_epi8(a, b); }
-    static VORN_INLINE __m128i sign() { return _mm_set1_epi8(static_cast<char>(0x80)); }
-};
-template <>
-struct LaneOps<16> {
-    using T = ub2;
-    static VORN_INLINE __m128i eq(__m128i a, __m128i b) { return _mm_cmpeq_epi16(a, b); }
-    static VORN_INLINE __m128i gt(__m128i a, __m128i b) { return _mm_cmpgt_epi16(a, b); }
-    static VORN_INLINE __m128i add(__m128i a, __m128i b) { return _mm_add_epi16(a, b); }
-    static VORN_INLINE __m128i sign() { return _mm_set1_epi16(static_cast<short>(0x8000)); }
-};
-template <>
-struct LaneOps<32> {
-    using T = ub4;
-    static VORN_INLINE __m128i eq(__m128i a, __m128i b) { return _mm_cmpeq_epi32(a, b); }
-    static VORN_INLINE __m128i gt(__m128i a, __m128i b) { return _mm_cmpgt_epi32(a, b); }
-    static VORN_INLINE __m128i add(__m128i a, __m128i b) { return _mm_add_epi32(a, b); }
-    static VORN_INLINE __m128i sign() { return _mm_set1_epi32(static_cast<int>(0x80000000u)); }
-};
 
 // The geometry of width W's blocks.
 template <ub4 W>
@@ -160,7 +133,7 @@ inline constexpr ub8 kAboveAll = ~ub8{0};
 template <ub4 W, Cmp C, bool Null>
 class LaneCompare {
     using S = Shape<W>;
-    using Ops = LaneOps<S::kLaneBits>;
+    using Ops = lanes::Lane<S::kLaneBits / 8>;
     using T = typename Ops::T;
     static constexpr ub4 H = S::kHalves;
     static constexpr LaneTest kTest = lane_test<C, Null>();

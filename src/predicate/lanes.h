@@ -31,6 +31,8 @@ struct Lane<1> {
     static VORN_INLINE V gt(V a, V b) { return _mm_cmpgt_epi8(a, b); }
     static VORN_INLINE V add(V a, V b) { return _mm_add_epi8(a, b); }
     static VORN_INLINE V splat(T v) { return _mm_set1_epi8(static_cast<char>(v)); }
+    // The lane's top bit in every lane.
+    static VORN_INLINE V sign() { return _mm_set1_epi8(static_cast<char>(0x80)); }
 };
 
 template <>
@@ -40,6 +42,7 @@ struct Lane<2> {
     static VORN_INLINE V gt(V a, V b) { return _mm_cmpgt_epi16(a, b); }
     static VORN_INLINE V add(V a, V b) { return _mm_add_epi16(a, b); }
     static VORN_INLINE V splat(T v) { return _mm_set1_epi16(static_cast<short>(v)); }
+    static VORN_INLINE V sign() { return _mm_set1_epi16(static_cast<short>(0x8000)); }
 };
 
 template <>
@@ -49,6 +52,7 @@ struct Lane<4> {
     static VORN_INLINE V gt(V a, V b) { return _mm_cmpgt_epi32(a, b); }
     static VORN_INLINE V add(V a, V b) { return _mm_add_epi32(a, b); }
     static VORN_INLINE V splat(T v) { return _mm_set1_epi32(static_cast<int>(v)); }
+    static VORN_INLINE V sign() { return _mm_set1_epi32(static_cast<int>(0x80000000u)); }
 };
 
 template <>
@@ -58,6 +62,7 @@ struct Lane<8> {
     static VORN_INLINE V gt(V a, V b) { return _mm_cmpgt_epi64(a, b); }
     static VORN_INLINE V add(V a, V b) { return _mm_add_epi64(a, b); }
     static VORN_INLINE V splat(T v) { return _mm_set1_epi64x(static_cast<long long>(v)); }
+    static VORN_INLINE V sign() { return _mm_set1_epi64x(static_cast<long long>(0x8000000000000000ull)); }
 };
 
 // The top bit of a lane: added to both sides it turns the unsigned order

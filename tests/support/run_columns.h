@@ -46,4 +46,49 @@ inline std::vector<ub8> rows_of_runs(const std::vector<ub8> &run_codes, const st
     return rows;
 }
 
+// How a test selects rows: none, bv_aux scanned densely, bv_aux with
+// VORN_CTX_SELECTIVE, or a ones_vec list.
+enum class Sel { none, dense, selective, list };
+
+inline const char *sel_name(Sel s) {
+    return s == Sel::none ? "none" : s == Sel::dense ? "bv_aux" : s == Sel::selective ? "selective" : "ones_vec";
+}
+
+struct Selection {
+    Sel kind = Sel::none;
+    std::vector<ub8> aux;
+    std::vector<ub4> list;
+};
+
+// Rows selected at `density`.  The bits of bv_aux behind the rows are set,
+// to show that they are ignored.  With nonempty_list a list holds at least
+// one row.
+inline Selection make_selection(std::mt19937_64 &rng, Sel kind, ub4 rows, double density,
+                                bool nonempty_list = false) {
+    Selection s;
+    s.kind = kind;
+    if (kind == Sel::dense || kind == Sel::selective) {
+        s.aux = random_bits(rng, rows, density);
+        if (rows % 64) s.aux[rows / 64] |= ~0ull << (rows % 64);
+    } else if (kind == Sel::list) {
+        std::bernoulli_distribution d(density);
+        for (ub4 i = 0; i < rows; ++i)
+            if (d(rng)) s.list.push_back(i);
+        if (nonempty_list && s.list.empty() && rows) s.list.push_back(static_cast<ub4>(rng() % rows));
+    }
+    return s;
+}
+
+// Puts a selection into a kernel context.  A present but empty list still
+// has an address.
+inline void apply(vorn_kernel_ctx &k, const Selection &s) {
+    static const ub4 no_rows[1] = {0};
+    if (s.kind == Sel::dense || s.kind == Sel::selective) k.bv_aux = s.aux.data();
+    if (s.kind == Sel::selective) k.flags |= VORN_CTX_SELECTIVE;
+    if (s.kind == Sel::list) {
+        k.ones_vec = s.list.empty() ? no_rows : s.list.data();
+        k.ones_vec_size = static_cast<ub4>(s.list.size());
+    }
+}
+
 }  // namespace vorntest

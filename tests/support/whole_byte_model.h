@@ -101,6 +101,43 @@ inline bool is_selective(Mode m) {
 inline bool has_aux(Mode m) { return m == Mode::aux || is_selective(m); }
 inline bool is_compressed(Mode m) { return m == Mode::compressed || m == Mode::compressed_selective; }
 
+// One call's set-up for a mode: the column's filter and compressed stream,
+// the selection, and the kernel context the call takes.  Not movable: the
+// context points at the host.
+struct ModeRun {
+    Mode mode;
+    TestHost host;
+    std::vector<ub8> filter, aux;
+    vorn_kernel_ctx k;
+
+    ModeRun(Mode m, Column &col, ub4 rows, std::mt19937_64 &rng)
+        : mode(m), filter(random_bits(rng, rows, 0.7)), aux(random_bits(rng, rows, 0.6)), k(host.kctx()) {
+        if (has_filter(m)) col.vec.filter_bv = filter.data();
+        if (is_compressed(m)) {
+            host.use_copying_decoder();
+            col.compress_by_copy();
+        }
+        if (has_aux(m)) k.bv_aux = aux.data();
+        if (is_selective(m)) k.flags = VORN_CTX_SELECTIVE;
+    }
+    ModeRun(const ModeRun &) = delete;
+
+    vorn_kernel_ctx *kctx() { return mode == Mode::no_kctx ? nullptr : &k; }
+    // The rows the kernel must leave of those that match.
+    Expected expect(const std::vector<bool> &match) const {
+        return restrict_rows(match, has_filter(mode) ? filter.data() : nullptr, has_aux(mode) ? aux.data() : nullptr);
+    }
+    // After the call: the selection flag, and one allocation for a compressed column.
+    void check_after(const std::string &kernel) const {
+        EXPECT_EQ(k.done_flags, has_aux(mode) ? VORN_DONE_BV_AUX : 0u);
+        if (is_compressed(mode)) {
+            ASSERT_EQ(host.allocs.size(), 1u);
+            EXPECT_EQ(host.allocs[0].name, kernel + ": vec1_decomp");
+            EXPECT_EQ(host.decode_calls, 1u);
+        }
+    }
+};
+
 // Result bits, count, code, the bits behind the end and the guard words.
 inline ::testing::AssertionResult matches(const Result &res, const Expected &e, ub8 code) {
     for (std::size_t i = 0; i < e.bits.size(); ++i)

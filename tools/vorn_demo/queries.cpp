@@ -165,11 +165,8 @@ private:
                 if (c >= lo_ && c < hi_) set(model[u], i), ++model_counts[u];
             }
         });
-        o.rows = static_cast<double>(t_.rows);
         q1_count_ = total(counts);
-        o.ok = same_bits(t_, q1_, model, o.mismatch) && total(counts) == total(model_counts);
-        o.answer = with_commas(total(counts)) + " rows";
-        out_.push_back(o);
+        finish_bits(o, q1_, model, counts, model_counts);
     }
 
     // Q1 again on the compressed copy of the column: the first kernel that
@@ -248,10 +245,7 @@ private:
                 if (c >= lo_ && c < hi_ && be32_at(amt + 4 * i) < limit) set(model[u], i), ++model_counts[u];
             }
         });
-        o.rows = static_cast<double>(t_.rows);
-        o.ok = same_bits(t_, q2_, model, o.mismatch) && total(counts) == total(model_counts);
-        o.answer = with_commas(total(counts)) + " rows";
-        out_.push_back(o);
+        finish_bits(o, q2_, model, counts, model_counts);
     }
 
     // Q3: a nullable column, only over the rows Q2 selected (the selective
@@ -286,11 +280,8 @@ private:
                 if (c != 0 && c != seven) set(model[u], i), ++model_counts[u];
             }
         });
-        o.rows = static_cast<double>(t_.rows);
         q3_counts_ = counts;
-        o.ok = same_bits(t_, q3_, model, o.mismatch) && total(counts) == total(model_counts);
-        o.answer = with_commas(total(counts)) + " rows";
-        out_.push_back(o);
+        finish_bits(o, q3_, model, counts, model_counts);
     }
 
     // Q4: the smallest and largest city code among Q3's rows.
@@ -489,9 +480,16 @@ private:
             }
         });
         for (const RleUnit &r : t_.status) runs += r.runs;
+        finish_bits(o, bits, model, counts, model_counts, " in " + with_commas(runs) + " runs");
+    }
+
+    // The end of a predicate query over all rows: the library's bits and
+    // count against the scalar ones, and the count as the answer.
+    void finish_bits(Outcome &o, const std::vector<Bits> &library, const std::vector<Bits> &model,
+                     const std::vector<ub8> &counts, const std::vector<ub8> &model_counts, const std::string &more = "") {
         o.rows = static_cast<double>(t_.rows);
-        o.ok = same_bits(t_, bits, model, o.mismatch) && total(counts) == total(model_counts);
-        o.answer = with_commas(total(counts)) + " rows in " + with_commas(runs) + " runs";
+        o.ok = same_bits(t_, library, model, o.mismatch) && total(counts) == total(model_counts);
+        o.answer = with_commas(total(counts)) + " rows" + more;
         out_.push_back(o);
     }
 
