@@ -100,6 +100,7 @@ public:
     // The kernels the plan calls; a library that lacks one cannot run it.
     std::vector<ub4> kernels() const {
         return {VORN_DISPATCH_INDEX(t_.city.enc.kernel_group, VORN_OP_GE_LT, 0),
+                VORN_DISPATCH_INDEX(t_.channel_lomp_enc.kernel_group, VORN_OP_GE_LE, 0),
                 VORN_DISPATCH_INDEX(t_.amount_enc.kernel_group, VORN_OP_LT, 0),
                 VORN_DISPATCH_INDEX(t_.category.enc.kernel_group, VORN_OP_NE, 1),
                 VORN_DISPATCH_INDEX(t_.city.enc.kernel_group, VORN_OP_MINMAX, 0),
@@ -165,52 +166,63 @@ private:
                 if (c >= lo_ && c < hi_) set(model[u], i), ++model_counts[u];
             }
         });
-        q1_count_ = total(counts);
         finish_bits(o, q1_, model, counts, model_counts);
     }
 
-    // Q1 again on the compressed copy of the column: the first kernel that
-    // meets a unit decompresses it into the unit's cache cell, and every
-    // later scan of the unit finds the cell filled.
+    // A range predicate on a column the store keeps compressed: the first
+    // kernel that meets a unit decompresses it into the unit's cache cell,
+    // and every later scan of the unit finds the cell filled.
     void compressed_range() {
+        const auto &names = t_.channels;
+        const ub4 lo = static_cast<ub4>(std::find(names.begin(), names.end(), "outlet") - names.begin());
+        const ub4 hi = static_cast<ub4>(std::find(names.begin(), names.end(), "store") - names.begin());
+        std::vector<Bits> model = unit_bits(t_);
+        std::vector<ub8> model_counts(t_.units);
+        const double scalar_seconds = scan_.best_of(kRuns, t_.units, [&](Worker &, ub4 u) {
+            model_counts[u] = 0;
+            std::fill(model[u].begin(), model[u].end(), 0);
+            const ub1 *s = static_cast<const ub1 *>(packed_unit(t_, t_.channel, u).data);
+            for (ub4 i = 0, n = t_.unit_size(u); i < n; ++i)
+                if (s[i] >= lo && s[i] <= hi) set(model[u], i), ++model_counts[u];
+        });
+        ub8 packed = 0, compressed = 0;
+        for (const CompressedUnit &c : t_.channel_lomp) packed += c.plain_bytes, compressed += c.stream.size();
         for (int pass = 0; pass < 2; ++pass) {
             Outcome o;
-            o.title = pass == 0 ? "Q1 on the compressed column, first scan" : "Q1 on the compressed column, again";
-            ub8 packed = 0, compressed = 0;
-            for (const CompressedUnit &c : t_.city_lomp) packed += c.plain_bytes, compressed += c.stream.size();
-            o.question = pass == 0 ? "the same predicate; each unit decompressed once (" + with_commas(compressed) +
-                                         " bytes to " + with_commas(packed) + ") into its cache cell"
+            o.title = pass == 0 ? "Q1b compressed column, first scan" : "Q1b compressed column, again";
+            o.question = pass == 0 ? "channel between 'outlet' and 'store' (8-bit codes stored compressed, " +
+                                         with_commas(compressed) + " bytes for " + with_commas(packed) +
+                                         "): each unit decompressed once into its cache cell"
                                    : "the same predicate; every cache cell already filled, no decode";
             std::vector<Bits> bits = unit_bits(t_);
             std::vector<ub8> counts(t_.units);
             std::vector<ub8> decodes(scan_.threads());
-            const ub4 index = VORN_DISPATCH_INDEX(t_.city_lomp_enc.kernel_group, VORN_OP_GE_LT, 0);
-            o.library_seconds = scan_.for_units(t_.units, [&](Worker &w, ub4 u) {
-                CompressedUnit &c = t_.city_lomp[u];
+            const ub4 index = VORN_DISPATCH_INDEX(t_.channel_lomp_enc.kernel_group, VORN_OP_GE_LE, 0);
+            const ub1 lo_literal = static_cast<ub1>(lo), hi_literal = static_cast<ub1>(hi);
+            auto scan = [&](Worker &w, ub4 u) {
+                CompressedUnit &c = t_.channel_lomp[u];
                 vorn_vec src{}, res = result(bits[u], t_.unit_size(u));
                 src.data = c.stream.data();
-                src.enc_ctx = &t_.city_lomp_enc;
+                src.enc_ctx = &t_.channel_lomp_enc;
                 src.size = t_.unit_size(u);
                 src.decomp_size = c.plain_bytes;
                 src.decomp_slot = &c.cell;
                 src.alloc_tag = u;
                 vorn_kernel_ctx k = w.kctx();
                 const ub4 before = w.host.decode_calls;
-                scan_.range(w, index, &res, &src, &lo_, &hi_, &k, src.size);
+                scan_.range(w, index, &res, &src, &lo_literal, &hi_literal, &k, src.size);
                 decodes[w.id] += w.host.decode_calls - before;
                 counts[u] = res.num_ones;
-            });
-            // The scalar side is Q1's model: the same rows must come out.
-            o.scalar_seconds = out_[0].scalar_seconds;
-            o.rows = static_cast<double>(t_.rows);
-            o.ok = same_bits(t_, bits, q1_, o.mismatch) && total(counts) == q1_count_;
+            };
+            // The first scan pays for the decompression, once: it runs once.
+            o.library_seconds = pass == 0 ? scan_.for_units(t_.units, scan) : scan_.best_of(kRuns, t_.units, scan);
+            o.scalar_seconds = scalar_seconds;
             const ub8 decoded = total(decodes);
+            finish_bits(o, bits, model, counts, model_counts, ", " + std::to_string(decoded) + " unit decodes");
             if (decoded != (pass == 0 ? t_.units : 0)) {
-                o.ok = false;
-                o.mismatch = std::to_string(decoded) + " decodes in this scan";
+                out_.back().ok = false;
+                out_.back().mismatch = std::to_string(decoded) + " decodes in this scan";
             }
-            o.answer = with_commas(total(counts)) + " rows, " + std::to_string(decoded) + " unit decodes";
-            out_.push_back(o);
         }
     }
 
@@ -496,7 +508,6 @@ private:
     Scan &scan_;
     Table &t_;
     ub4 lo_ = 0, hi_ = 0;
-    ub8 q1_count_ = 0;
     std::vector<ub8> q3_counts_;
     std::vector<Bits> q1_, q2_, q3_;
     std::vector<Outcome> out_;

@@ -89,16 +89,23 @@ void generate(Table &t, ub8 rows, ub8 seed, bool progress, vorn_rle_expand_fn ex
     t.city.enc.sym_offsets = t.cities.offsets.data();
     t.city.enc.sym_layout = 1;
 
-    p.step("city codes compressed per unit");
-    t.city_lomp.resize(t.units);
-    for (ub4 u = 0; u < t.units; ++u) {
-        const ub8 first = static_cast<ub8>(t.unit_first(u)) * 11 / 8;
-        const ub8 bytes = (static_cast<ub8>(t.unit_size(u)) * 11 + 7) / 8;
-        t.city_lomp[u].stream = vornhost::lomp_compress(t.city.stream.data() + first, bytes).bytes;
-        t.city_lomp[u].plain_bytes = static_cast<ub4>(bytes);
+    p.step("channel codes (8-bit), compressed per unit");
+    t.channels = {"app", "catalog", "email", "event", "fax", "kiosk", "mail", "market",
+                  "outlet", "partner", "phone", "reseller", "social", "store", "tv", "web"};
+    for (auto &c : codes) {
+        // Most sales come through a few channels.
+        const ub8 r = rng() % 100;
+        c = r < 40 ? 15 : r < 65 ? 13 : r < 80 ? 0 : r < 90 ? 10 : rng() % 16;
     }
-    t.city_lomp_enc = t.city.enc;
-    t.city_lomp_enc.flags |= VORN_LOMP;
+    set_packed(t.channel, codes, 8, 16);
+    t.channel_lomp.resize(t.units);
+    for (ub4 u = 0; u < t.units; ++u) {
+        const ub8 first = t.unit_first(u), bytes = t.unit_size(u);
+        t.channel_lomp[u].stream = vornhost::lomp_compress(t.channel.stream.data() + first, bytes).bytes;
+        t.channel_lomp[u].plain_bytes = static_cast<ub4>(bytes);
+    }
+    t.channel_lomp_enc = t.channel.enc;
+    t.channel_lomp_enc.flags |= VORN_LOMP;
 
     p.step("category codes (6-bit, 10% null)");
     for (auto &c : codes) c = rng() % 10 == 0 ? 0 : 1 + rng() % 40;

@@ -50,8 +50,10 @@ struct Table {
 
     Dictionary cities;          // 2,000 city names
     PackedColumn city;          // 11-bit codes into `cities`
-    std::vector<CompressedUnit> city_lomp;  // the same codes, compressed per unit
-    vorn_enc_ctx city_lomp_enc{};
+    std::vector<std::string> channels;  // 16 sales channels, sorted
+    PackedColumn channel;       // 8-bit codes into `channels`, skewed: kept compressed
+    std::vector<CompressedUnit> channel_lomp;  // the channel codes, compressed per unit
+    vorn_enc_ctx channel_lomp_enc{};
     PackedColumn category;      // 6-bit codes, 0 is null
     Bytes amount;               // fixed-width big-endian ub4 per row
     vorn_enc_ctx amount_enc{};
