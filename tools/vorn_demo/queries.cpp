@@ -471,7 +471,7 @@ private:
             src.size = t_.unit_size(u);
             vorn_kernel_ctx k = w.kctx();
             const ub4 index = VORN_DISPATCH_INDEX(r.enc.kernel_group, VORN_OP_EQ, 0);
-            scan_.compare(w, index, &res, &src, &three, &k, r.runs);
+            scan_.compare(w, index, &res, &src, &three, &k, src.size);
             counts[u] = res.num_ones;
         });
         std::vector<Bits> model = unit_bits(t_);
