@@ -5,10 +5,95 @@
 #include "vorn.h"
 
 _Static_assert(offsetof(vorn_specialized_ctx, dispatch_table) == 14 * 8, "word 14");
-_Static_assert(offsetof(vorn_specialized_ctx, vorn_init_sharedlib_dydi) == 15 * 8, "word 15");
-_Static_assert(offsetof(vorn_specialized_ctx, vorn_lbiwvpopcnt_dydi) == 34 * 8, "word 34");
-_Static_assert(offsetof(vorn_specialized_ctx, vorn_lomp_decode_dydi) == 76 * 8, "word 76");
-_Static_assert(offsetof(vorn_specialized_ctx, vorn_vector_arith_dydi) == 87 * 8, "word 87");
+
+/* Every slot at its word: 15 and on, in the record's order. */
+#define VORN_SLOTS(X) \
+    X(vorn_init_sharedlib_dydi) \
+    X(vorn_set_trace_level_dydi) \
+    X(vorn_lbivpopcnt_dydi) \
+    X(vorn_lbivnot_dydi) \
+    X(vorn_lbivand_dydi) \
+    X(vorn_lbivor_dydi) \
+    X(vorn_lbivxor_dydi) \
+    X(vorn_lbivandnot_dydi) \
+    X(vorn_lbivand3_dydi) \
+    X(vorn_lbivor3_dydi) \
+    X(vorn_lbivxor3_dydi) \
+    X(vorn_lbivset_range_dydi) \
+    X(vorn_lbivclr_range_dydi) \
+    X(vorn_lbiv_ictx_ini2_dydi) \
+    X(vorn_lbiviter_dydi) \
+    X(vorn_lbiviter_clr_dydi) \
+    X(vorn_lbivones_dydi) \
+    X(vorn_lbivrun_dydi) \
+    X(vorn_lbivruns_dydi) \
+    X(vorn_lbiwvpopcnt_dydi) \
+    X(vorn_lbiwvnot_dydi) \
+    X(vorn_lbiwvand_dydi) \
+    X(vorn_lbiwvor_dydi) \
+    X(vorn_lbiwvxor_dydi) \
+    X(vorn_lbiwvandnot_dydi) \
+    X(vorn_lbiwvand3_dydi) \
+    X(vorn_lbiwvor3_dydi) \
+    X(vorn_lbiwvxor3_dydi) \
+    X(vorn_lbiwvset_range_dydi) \
+    X(vorn_lbiwvclr_range_dydi) \
+    X(vorn_lbiwv_ictx_ini2_dydi) \
+    X(vorn_lbiwviter_dydi) \
+    X(vorn_lbiwviter_clr_dydi) \
+    X(vorn_lbiwvones_dydi) \
+    X(vorn_lbiwvrun_dydi) \
+    X(vorn_lbiwvruns_dydi) \
+    X(vorn_bloom_dydi) \
+    X(vorn_spatial_pip_dydi) \
+    X(vorn_spheric_pip_dydi) \
+    X(vorn_groupkey_dydi) \
+    X(vorn_dgk_concatenate_dydi) \
+    X(vorn_extract_dgk_dydi) \
+    X(vorn_gby_sum_dydi) \
+    X(vorn_convert_dydi) \
+    X(vorn_prefix_decode_dydi) \
+    X(vorn_hash_dydi) \
+    X(vorn_partition_dydi) \
+    X(vorn_gather_dydi) \
+    X(vorn_gather_one_col_dydi) \
+    X(vorn_gather_cols_dydi) \
+    X(vorn_transpose_reference_dydi) \
+    X(vorn_transpose_convert_dydi) \
+    X(vorn_transpose_fixed_dydi) \
+    X(vorn_layout_kv_dydi) \
+    X(vorn_create_add_kv_dydi) \
+    X(vorn_probe_kv_dydi) \
+    X(vorn_mut_kv_scan_dydi) \
+    X(vorn_dgk_symbol2code_dydi) \
+    X(vorn_dgk_code2symbol_dydi) \
+    X(vorn_eq_stream_dydi) \
+    X(vorn_selective_dydi) \
+    X(vorn_lomp_decode_dydi) \
+    X(vorn_thread_ctx_init_dydi) \
+    X(vorn_thread_ctx_fini_dydi) \
+    X(vorn_sum_vec_dydi) \
+    X(vorn_lookup_and_compare_dydi) \
+    X(vorn_prefix_sum_vec_dydi) \
+    X(vorn_vector_distance_dydi) \
+    X(vorn_vector_topk_dydi) \
+    X(vorn_vector_pick_metric_dydi) \
+    X(vorn_vector_parse_dydi) \
+    X(vorn_vector_convert_fp_dydi) \
+    X(vorn_vector_arith_dydi)
+
+enum {
+    VORN_SLOT_BEFORE_FIRST = 14,
+#define VORN_SLOT_WORD(name) VORN_WORD_##name,
+    VORN_SLOTS(VORN_SLOT_WORD)
+#undef VORN_SLOT_WORD
+    VORN_SLOT_END
+};
+_Static_assert(VORN_SLOT_END == 88, "73 slots fill words 15 to 87");
+#define VORN_SLOT_AT(name) \
+    _Static_assert(offsetof(vorn_specialized_ctx, name) == VORN_WORD_##name * 8, #name " at its word");
+VORN_SLOTS(VORN_SLOT_AT)
+#undef VORN_SLOT_AT
 
 /* A host's call of a compare, as a C host writes it. */
 ub8 vorn_header_c11_call(const vorn_specialized_ctx *ctx, vorn_vec *res, vorn_vec *src,

@@ -73,11 +73,12 @@ TEST(CompareFrame, FullPathWithFiltersAndSelection) {
             const auto filter = random_bits(rng, n, 0.6), aux = random_bits(rng, n, 0.6);
             if (mode & 1) col->vec.filter_bv = filter.data();
             vorn_kernel_ctx k = host.kctx();
+            k.done_flags = VORN_DONE_DECODED;  // an earlier kernel's flag stays
             if (mode & 2) k.bv_aux = aux.data();
             Result res(n);
             const ub8 code = vorn::compare_frame(&res.vec, &col->vec, ByteEquals{1}, &k);
             expect_result(res, model(values, 1, mode & 1 ? filter.data() : nullptr, mode & 2 ? aux.data() : nullptr), code);
-            EXPECT_EQ(k.done_flags, mode & 2 ? VORN_DONE_BV_AUX : 0u) << "mode " << mode;
+            EXPECT_EQ(k.done_flags, VORN_DONE_DECODED | (mode & 2 ? VORN_DONE_BV_AUX : 0u)) << "mode " << mode;
             EXPECT_TRUE(res.guard_intact());
         }
     }
@@ -130,6 +131,24 @@ TEST(CompareFrame, SelectivePathVisitsOnlySelectedRows) {
     }
 }
 
+TEST(CompareFrame, OnesBehindTheLastRowOfTheSelectionAndFilterCountForNothing) {
+    TestHost host;
+    for (ub4 n : {1u, 63u, 70u, 130u}) {
+        auto col = byte_column(std::vector<ub8>(n, 1));
+        std::vector<ub8> aux(n / 64 + 2, ~0ull), filter(n / 64 + 2, ~0ull);
+        col->vec.filter_bv = filter.data();
+        for (bool selective : {false, true}) {
+            vorn_kernel_ctx k = host.kctx();
+            k.bv_aux = aux.data();
+            k.flags = selective ? VORN_CTX_SELECTIVE : 0;
+            Result res(n);
+            EXPECT_EQ(vorn::compare_frame(&res.vec, &col->vec, ByteEquals{1}, &k), 0u);
+            EXPECT_EQ(res.vec.num_ones, n) << "n " << n << (selective ? " selective" : "");
+            EXPECT_TRUE(res.clear_behind(n));
+        }
+    }
+}
+
 TEST(CompareFrame, SelectiveFlagWithoutBvAuxTakesTheFullPath) {
     auto col = byte_column({1, 0, 1});
     TestHost host;
@@ -158,15 +177,19 @@ struct ExpandProbe {
 
 TEST(CompareFrame, RunLengthColumnComparesRunsAndHandsOverToTheHost) {
     TestHost host;
-    auto col = byte_column({5, 1, 1, 9, 1});  // one code per run
-    col->make_rle({3, 0, 10, 2, 1}, 8, ExpandProbe::expand);
+    auto col = byte_column({5, 1, 1, 9, 1, 1});  // one code per run
+    col->make_rle({3, 0, 10, 2, 1, 4}, 8, ExpandProbe::expand);
+    // On a run-length column the filter and the selection have a bit per run.
+    const std::vector<ub8> filter = {0b011111}, aux = {0b101110};
+    col->vec.filter_bv = filter.data();
     vorn_kernel_ctx k = host.kctx();
+    k.bv_aux = aux.data();
     Result res(col->vec.size);
     EXPECT_EQ(vorn::compare_frame(&res.vec, &col->vec, ByteEquals{1}, &k), 77u);
     EXPECT_EQ(ExpandProbe::host, &host.services);
     EXPECT_EQ(ExpandProbe::seen.bv_aux, col->rle_bv.data());
-    EXPECT_EQ(ExpandProbe::seen_bits, 0b10110u);
-    EXPECT_EQ(ExpandProbe::seen.num_ones, 3u);
+    EXPECT_EQ(ExpandProbe::seen_bits, 0b000110u);  // runs 1, 2, 4, 5 match; the ANDs leave 1, 2
+    EXPECT_EQ(ExpandProbe::seen.num_ones, 2u);      // the count after the ANDs
     EXPECT_EQ(ExpandProbe::seen.host, nullptr);
     EXPECT_EQ(ExpandProbe::seen.flags, 0u);
     EXPECT_EQ(res.vec.num_ones, 12345u);  // the callback's count stands
@@ -223,9 +246,12 @@ TEST(DecompressionSite, DecodesOnceAndCachesInTheCell) {
 struct DecoderProbe {
     static inline vorn_lomp_ctx seen;
     static inline ub4 capacity;
+    static inline void **cell;          // the column's cache cell
+    static inline bool cell_held_out;   // the cell held the buffer when the decode ran
     static ub8 fail(const vorn_lomp_ctx *ctx, const ub1 *, ub1 *out, ub4 *out_length, ub4 cap) {
         seen = *ctx;
         capacity = cap;
+        cell_held_out = cell && *cell == out;
         EXPECT_EQ(*out_length, 0u);
         std::memset(out, 1, cap);  // what the host finds after the raise
         return 24;
@@ -238,6 +264,7 @@ TEST(DecompressionSite, AFailedDecodeRaisesAndTheKernelGoesOn) {
     host.services.decoder_flags = 0x20;
     auto col = byte_column({0, 0, 0});
     col->compress_by_copy();
+    DecoderProbe::cell = &col->cell;
     vorn_kernel_ctx k = host.kctx();
     Result res(3);
     clear_raised();
@@ -253,7 +280,7 @@ TEST(DecompressionSite, AFailedDecodeRaisesAndTheKernelGoesOn) {
     EXPECT_EQ(DecoderProbe::seen.work_free, host.services.work_free);
     EXPECT_EQ(DecoderProbe::seen.decoder_flag, 1u);
     EXPECT_EQ(DecoderProbe::capacity, 3u);
-    EXPECT_NE(col->cell, nullptr);  // alloc, cell, decode: the cell is filled before the decode
+    EXPECT_TRUE(DecoderProbe::cell_held_out);  // alloc, cell, decode: the cell is filled first
     for (ub1 flags : {ub1{0x10}, ub1{0x08}}) {
         col->cell = nullptr;
         host.services.decoder_flags = flags;

@@ -203,6 +203,36 @@ TEST(Selective, DecreasingListOverLvRaisesAtTheThirdEntry) {
     EXPECT_EQ(copied_values(*res)[2], (Value{6}));
 }
 
+// A stop right after an entry that went back leaves byte_pos at that entry's
+// row, so that the next call's walk stands where row_pos says.
+TEST(Selective, StopAfterADecreasingEntryResumesAtThatEntrysRow) {
+    for (ub4 layout : {VORN_LV, VORN_LV_SEP}) {
+        std::vector<Value> values;
+        for (ub1 i = 0; i < 12; ++i) values.push_back(Value(i % 3 + 1, i));
+        auto src = value_column(values, layout);
+        const std::vector<ub4> list = {3, 7, 5, 9};
+        TestHost host;
+        vorn_kernel_ctx k = host.kctx();
+        k.ones_vec = list.data();
+        k.ones_vec_size = 4;
+        clear_raised();
+        auto first = result_column(layout, 2, 100);
+        EXPECT_EQ(ctx().vorn_selective_dydi(&first->vec, &src->vec, &k), 23u);
+        EXPECT_EQ(raised().size(), 1u);
+        EXPECT_EQ(k.row_pos, 2u);
+        ub8 offset_of_5 = 0;
+        for (ub4 i = 0; i < 5; ++i) offset_of_5 += values[i].size() + (layout == VORN_LV ? 2 : 0);
+        EXPECT_EQ(k.byte_pos, offset_of_5) << layout_name(layout);
+        auto second = result_column(layout, 10, 100);
+        EXPECT_EQ(ctx().vorn_selective_dydi(&second->vec, &src->vec, &k), 0u);
+        const auto got = copied_values(*second);
+        ASSERT_EQ(got.size(), 2u);
+        EXPECT_EQ(got[0], values[5]) << layout_name(layout);
+        EXPECT_EQ(got[1], values[9]) << layout_name(layout);
+        clear_raised();
+    }
+}
+
 TEST(Selective, BitVectorStopLeavesRowAndOffset) {
     auto src = value_column({{9}, {8, 8}, {7, 7, 7}, {6}}, VORN_LV_SEP);
     std::vector<ub8> bits = {0b1110};

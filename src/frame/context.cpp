@@ -67,6 +67,14 @@ ub8 vorn_thread_ctx_init_dydi(void) { return 0; }
 ub8 vorn_thread_ctx_fini_dydi(void) { return 0; }
 
 ub8 vorn_unserved_dydi(void *, ...) { return 2; }
+ub8 vorn_unserved_cmp(vorn_vec *, vorn_vec *, const void *const *, vorn_kernel_ctx *) { return 2; }
+ub8 vorn_unserved_range(vorn_vec *, vorn_vec *, const void *const *, const void *const *, vorn_kernel_ctx *) {
+    return 2;
+}
+ub8 vorn_unserved_decode(vorn_vec *, vorn_vec *, vorn_kernel_ctx *) { return 2; }
+ub8 vorn_unserved_minmax(vorn_vec *, vorn_vec *, vorn_kernel_ctx *, ub4) { return 2; }
+ub8 vorn_unserved_xlate(vorn_vec *, vorn_vec *, const void *, vorn_kernel_ctx *) { return 2; }
+ub8 vorn_unserved_arith(vorn_vec *, vorn_vec *, vorn_vec *, vorn_kernel_ctx *) { return 2; }
 
 __attribute__((visibility("default"))) extern const vorn_specialized_ctx vorn_global_specialized_ctx;
 

@@ -17,8 +17,33 @@
 namespace vorn {
 namespace {
 
+// Every index that the scheme names starts with the entry of its shape that
+// writes nothing and returns 2; the families then put their kernels over
+// them.  So a named index is never a null call, also for the families this
+// build does not serve.
+constexpr void put_unserved(KernelTable &t) {
+    for (ub4 i = 0; i < kSchemeSize; ++i) {
+        NameText name;
+        if (!scheme_name(i, name)) continue;
+        const ub4 op = i & 31;
+        if (op < kCompareCount) {
+            if (is_range(static_cast<Cmp>(op))) t[i].range = vorn_unserved_range;
+            else t[i].cmp = vorn_unserved_cmp;
+        } else if (op == VORN_OP_XLATE) {
+            t[i].xlate = vorn_unserved_xlate;
+        } else if (op == VORN_OP_MINMAX) {
+            t[i].minmax = vorn_unserved_minmax;
+        } else if (op == VORN_OP_ADD || op == VORN_OP_SUB || op == VORN_OP_MUL) {
+            t[i].arith = vorn_unserved_arith;
+        } else {
+            t[i].decode = vorn_unserved_decode;
+        }
+    }
+}
+
 constexpr KernelTable build_table() {
     KernelTable t{};
+    put_unserved(t);
     put_fixed(t);
     put_dict(t);
     put_dict_whole_bytes(t);

@@ -37,8 +37,17 @@ VORN_INTERNAL void vorn_init_sharedlib_dydi(void *host, const ub4 *cpu_words);
 VORN_INTERNAL void vorn_set_trace_level_dydi(ub8 level);
 VORN_INTERNAL ub8 vorn_thread_ctx_init_dydi(void);
 VORN_INTERNAL ub8 vorn_thread_ctx_fini_dydi(void);
-// The entry of every slot whose family this build does not serve.
+// The entry of every slot whose family this build does not serve, and the
+// kernels of each shape at the dispatch indexes it does not serve: they
+// write nothing and return 2.
 VORN_INTERNAL ub8 vorn_unserved_dydi(void *first, ...);
+VORN_INTERNAL ub8 vorn_unserved_cmp(vorn_vec *, vorn_vec *, const void *const *, vorn_kernel_ctx *);
+VORN_INTERNAL ub8 vorn_unserved_range(vorn_vec *, vorn_vec *, const void *const *, const void *const *,
+                                      vorn_kernel_ctx *);
+VORN_INTERNAL ub8 vorn_unserved_decode(vorn_vec *, vorn_vec *, vorn_kernel_ctx *);
+VORN_INTERNAL ub8 vorn_unserved_minmax(vorn_vec *, vorn_vec *, vorn_kernel_ctx *, ub4);
+VORN_INTERNAL ub8 vorn_unserved_xlate(vorn_vec *, vorn_vec *, const void *, vorn_kernel_ctx *);
+VORN_INTERNAL ub8 vorn_unserved_arith(vorn_vec *, vorn_vec *, vorn_vec *, vorn_kernel_ctx *);
 
 // ---- Bit vectors, byte form and word form ----------------------------------
 VORN_INTERNAL extern const std::array<ub1, 256> vorn_byte_popc;

@@ -6,10 +6,11 @@
 // literals are: no row, the rows of code 1 (the stream), the rows of code 0
 // (its complement), or every row.
 //
-// Literals are taken as numbers, as on every width, so the selective path
-// (which reads and compares each row) and the full path agree: eq with 1
-// gives the stream and with 0 the complement; lt with a nonzero literal the
-// complement and with 0 nothing; gt_lt nothing for literals 0 and 1.  In the
+// The literal decides the outcome, and a 1-bit literal is only zero or not:
+// a nonzero literal stands for code 1.  So eq with a nonzero literal gives
+// the stream and with 0 the complement; lt with a nonzero literal the
+// complement and with 0 nothing; gt_lt can match no row.  The selective path
+// compares each row with the same literals, so both paths agree.  In the
 // _null forms code 0 never matches, so only "nothing" and "the stream" occur.
 #pragma once
 
@@ -31,7 +32,7 @@ class Bit1Compare {
 public:
     using Text = KernelText<kernel_name<dispatch_index(width_code(1), VORN_ENC_DICT, static_cast<ub4>(C), Null)>()>;
 
-    Bit1Compare(ub4 a, ub4 b) : a_(a), b_(b) {}
+    Bit1Compare(ub4 a, ub4 b) : a_(a != 0), b_(b != 0) {}
 
     Bit1Outcome outcome() const {
         const bool zero = row_matches<C, Null>(0, a_, b_), one = row_matches<C, Null>(1, a_, b_);

@@ -166,14 +166,24 @@ VORN_INLINE void walk_to(Walk &w, ub4 target, const vorn_kernel_ctx *kctx) {
     while (w.row < target) w.step();
 }
 
-template <class Walk>
-VORN_INLINE ub8 stop_walk(vorn_vec *res, vorn_kernel_ctx *kctx, const Walk &w, ub4 position, ub4 copied,
-                          ub8 bytes, ub8 code) {
+VORN_INLINE ub8 stop_walk(vorn_vec *res, vorn_kernel_ctx *kctx, ub8 offset, ub4 position, ub4 copied, ub8 bytes,
+                          ub8 code) {
     kctx->row_pos = position;
-    kctx->byte_pos = w.offset;
+    kctx->byte_pos = offset;
     res->size = copied;
     res->byte_capacity = bytes;
     return code;
+}
+
+// The offset at which a list's stop leaves byte_pos: that of the entry's row,
+// where the next call puts its walk.  The walk stands there unless the entry
+// went back (the host was told); then the row is found from the start.
+template <class Walk>
+ub8 offset_of_entry(const Walk &w, const vorn_vec *src, vorn_vec *res, ub4 row) {
+    if (VORN_LIKELY(row == w.row)) return w.offset;
+    Walk from_start(src, res, 0, 0);
+    while (from_start.row < row) from_start.step();
+    return from_start.offset;
 }
 
 template <class Walk>
@@ -196,15 +206,18 @@ ub8 copy_walked(vorn_vec *res, const vorn_vec *src, vorn_kernel_ctx *kctx) {
         for (; copied < rows; ++copied, ++entry) {
             walk_to(w, list[entry], kctx);
             const ub8 need = w.need();
-            if (bytes + need > capacity) return stop_walk(res, kctx, w, entry, copied, bytes, kOutputFull);
+            if (bytes + need > capacity)
+                return stop_walk(res, kctx, offset_of_entry(w, src, res, list[entry]), entry, copied, bytes,
+                                       kOutputFull);
             w.copy(copied, bytes);
             bytes += need;
         }
         if (rows < left) {
             walk_to(w, list[entry], kctx);
-            return stop_walk(res, kctx, w, entry, copied, bytes, kOutputFull);
+            return stop_walk(res, kctx, offset_of_entry(w, src, res, list[entry]), entry, copied, bytes,
+                                   kOutputFull);
         }
-        return stop_walk(res, kctx, w, entry, copied, bytes, 0);
+        return stop_walk(res, kctx, w.offset, entry, copied, bytes, 0);
     }
     const ub8 *selected = kctx->bv_aux;
     const ub4 n = src->size;
@@ -213,12 +226,12 @@ ub8 copy_walked(vorn_vec *res, const vorn_vec *src, vorn_kernel_ctx *kctx) {
         if (selected && !((selected[w.row >> 6] >> (w.row & 63)) & 1)) continue;
         const ub8 need = w.need();
         if (copied == limit || bytes + need > capacity)
-            return stop_walk(res, kctx, w, w.row, copied, bytes, kOutputFull);
+            return stop_walk(res, kctx, w.offset, w.row, copied, bytes, kOutputFull);
         w.copy(copied, bytes);
         bytes += need;
         ++copied;
     }
-    return stop_walk(res, kctx, w, w.row, copied, bytes, 0);
+    return stop_walk(res, kctx, w.offset, w.row, copied, bytes, 0);
 }
 
 }  // namespace

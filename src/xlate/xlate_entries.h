@@ -1,7 +1,9 @@
 // xlate_entries.h - places vorn_xlate_* in the dispatch table.  The family is
 // one template over the lookup kind, the entry element, the layout form and
-// the _c2d variant; put_xlate() walks every combination and stores each one
-// that the scheme names at the index its parameters give.
+// the _c2d variant; put_xlate() walks every combination and stores each
+// served member at the index its parameters give.  The layouts _cla, _const
+// and _sep and the group-key members are not settled: their indexes keep the
+// table's entry that writes nothing and returns 2.
 #pragma once
 
 #include <utility>
@@ -32,6 +34,12 @@ constexpr bool xlate_member() {
     else return !(C2D && E == XlateElem::bit);
 }
 
+// The members this build translates: sim, off and ind without a layout suffix.
+template <XlateKind K, XlateForm F>
+constexpr bool xlate_served() {
+    return K != XlateKind::groupkey && F == XlateForm::plain;
+}
+
 namespace xlate_detail {
 
 constexpr bool scheme_has(ub4 index) {
@@ -46,7 +54,8 @@ constexpr void put_one(KernelTable &t) {
     constexpr ub4 index = xlate_index<K, E, F, C2D>();
     static_assert(xlate_member<K, E, F, C2D>() == scheme_has(index),
                   "the translation members are exactly the scheme's names");
-    if constexpr (xlate_member<K, E, F, C2D>()) t[index].xlate = &xlate_kernel<K, E, F, C2D>;
+    if constexpr (xlate_member<K, E, F, C2D>() && xlate_served<K, F>())
+        t[index].xlate = &xlate_kernel<K, E, F, C2D>;
 }
 
 // I runs over kind x element x form x variant, variant fastest.

@@ -14,8 +14,6 @@
 // With bv_aux the rows outside the selection count as not kept; a block
 // without any selected row is written without a lookup.
 //
-// The layouts _cla, _const and _sep and the group-key members are not
-// settled: their instances refuse with 2 and write nothing.
 #pragma once
 
 #include "frame/decompress.h"
@@ -162,10 +160,8 @@ namespace vorn {
 
 template <XlateKind K, XlateElem E, XlateForm F, bool C2D>
 ub8 xlate_kernel(vorn_vec *res, vorn_vec *src, const void *table_vec, vorn_kernel_ctx *kctx) {
-    if constexpr (K == XlateKind::groupkey || F != XlateForm::plain)
-        return xlate::kNotServed;
-    else
-        return xlate::translate<K, E, F, C2D>(res, src, table_vec, kctx);
+    static_assert(xlate_served<K, F>(), "only the members without a layout suffix translate");
+    return xlate::translate<K, E, F, C2D>(res, src, table_vec, kctx);
 }
 
 }  // namespace vorn

@@ -49,6 +49,10 @@ inline ub8 call_dict(unsigned w, unsigned op, bool null, vorn_vec *res, vorn_vec
     return is_range_op(op) ? k.range(res, src, low, high, kctx) : k.cmp(res, src, low, kctx);
 }
 
+// A literal as the code it stands for: on a 1-bit column a nonzero literal
+// is code 1; on the other widths a literal is compared as the number it is.
+inline ub8 as_code(unsigned w, ub8 literal) { return w == 1 ? literal != 0 : literal; }
+
 // The answer for one code: unsigned compare; in _null forms code 0 never
 // matches.
 inline bool model_row(unsigned op, bool null, ub8 code, ub8 a, ub8 b) {
@@ -61,8 +65,10 @@ struct Expected {
 };
 
 // The rows the kernel must leave: the compare, ANDed with filter and aux.
-inline Expected model(const std::vector<ub8> &codes, unsigned op, bool null, ub8 a, ub8 b,
+inline Expected model(unsigned w, const std::vector<ub8> &codes, unsigned op, bool null, ub8 a, ub8 b,
                       const ub8 *filter = nullptr, const ub8 *aux = nullptr) {
+    a = as_code(w, a);
+    b = as_code(w, b);
     Expected e;
     e.bits.resize(codes.size());
     for (std::size_t i = 0; i < codes.size(); ++i) {

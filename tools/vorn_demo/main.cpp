@@ -74,6 +74,10 @@ int show_offer(const vornhost::Library &lib, bool families_too) {
     for (int i = 0; i < 73; ++i) served += slots[i] != unserved;
     std::printf("entry slots  %d of 73 served\n", served);
 
+    // Kernels: an index whose entry is shared by many indexes holds the
+    // "not served" entry of its shape; a kernel has an entry of its own.
+    std::map<ub8, int> kernel_uses;
+    for (ub4 i = 0; i < vorn::kSchemeSize; ++i) ++kernel_uses[reinterpret_cast<ub8>(lib.table[i].cmp)];
     std::map<std::string, std::pair<int, int>> families;  // family -> (served, named)
     int kernels = 0, named = 0;
     for (ub4 i = 0; i < vorn::kSchemeSize; ++i) {
@@ -82,9 +86,9 @@ int show_offer(const vornhost::Library &lib, bool families_too) {
         ++named;
         auto &f = families[family_of(i, vorn_dispatch_func_names[i])];
         ++f.second;
-        if (lib.table[i].cmp) ++kernels, ++f.first;
+        if (kernel_uses[reinterpret_cast<ub8>(lib.table[i].cmp)] < 4) ++kernels, ++f.first;
     }
-    std::printf("kernels      %d of %d in the dispatch table\n", kernels, named);
+    std::printf("kernels      %d of the %d in the dispatch table served\n", kernels, named);
     if (!families_too) return 0;
     for (const auto &[fam, counts] : families)
         std::printf("  %-28s %4d of %4d\n", fam.c_str(), counts.first, counts.second);
