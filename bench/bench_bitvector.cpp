@@ -124,28 +124,28 @@ void register_all() {
     for (const Size &s : sizes) {
         for (const auto &[name, op] : ops) {
             const std::string g = std::string(name) + "/" + s.name;
-            benchmark::RegisterBenchmark((g + "/kernel").c_str(), binary_kernel, op, s.bytes);
-            benchmark::RegisterBenchmark((g + "/scalar").c_str(), binary_scalar, op, s.bytes);
-            benchmark::RegisterBenchmark((g + "/bandwidth").c_str(), binary_bandwidth, s.bytes);
+            register_row(g, "kernel", binary_kernel, op, s.bytes);
+            register_row(g, "scalar", binary_scalar, op, s.bytes);
+            register_row(g, "bandwidth", binary_bandwidth, s.bytes);
         }
         const std::string p = std::string("popcnt/") + s.name;
         const std::size_t bytes = s.bytes;
-        benchmark::RegisterBenchmark((p + "/kernel").c_str(), [bytes](benchmark::State &st) {
+        register_row(p, "kernel", [bytes](benchmark::State &st) {
             Vectors &v = vectors(bytes);
             for (auto _ : st) benchmark::DoNotOptimize(ctx().vorn_lbiwvpopcnt_dydi(nullptr, v.a.data(), v.bits()));
             set_rates(st, v.bits(), bytes);
         });
-        benchmark::RegisterBenchmark((p + "/scalar").c_str(), [bytes](benchmark::State &st) {
+        register_row(p, "scalar", [bytes](benchmark::State &st) {
             Vectors &v = vectors(bytes);
             for (auto _ : st) benchmark::DoNotOptimize(scalar_popcount(reinterpret_cast<const ub1 *>(v.a.data()), bytes));
             set_rates(st, v.bits(), bytes);
         });
-        benchmark::RegisterBenchmark((p + "/bandwidth").c_str(), [bytes](benchmark::State &st) {
+        register_row(p, "bandwidth", [bytes](benchmark::State &st) {
             Vectors &v = vectors(bytes);
             bandwidth(st, v.a.data(), bytes, v.bits());
         });
         const std::string n = std::string("not/") + s.name;
-        benchmark::RegisterBenchmark((n + "/kernel").c_str(), [bytes](benchmark::State &st) {
+        register_row(n, "kernel", [bytes](benchmark::State &st) {
             Vectors &v = vectors(bytes);
             ub4 count;
             for (auto _ : st) {
@@ -154,7 +154,7 @@ void register_all() {
             }
             set_rates(st, v.bits(), 2.0 * bytes);
         });
-        benchmark::RegisterBenchmark((n + "/scalar").c_str(), [bytes](benchmark::State &st) {
+        register_row(n, "scalar", [bytes](benchmark::State &st) {
             Vectors &v = vectors(bytes);
             for (auto _ : st) {
                 scalar_not(reinterpret_cast<ub1 *>(v.dst.data()), reinterpret_cast<const ub1 *>(v.a.data()), bytes);
@@ -165,8 +165,8 @@ void register_all() {
     }
     for (double d : {0.01, 0.5}) {
         const std::string g = std::string("ones/") + (d < 0.1 ? "1pct" : "50pct");
-        benchmark::RegisterBenchmark((g + "/kernel").c_str(), ones_kernel, d);
-        benchmark::RegisterBenchmark((g + "/scalar").c_str(), ones_scalar, d);
+        register_row(g, "kernel", ones_kernel, d);
+        register_row(g, "scalar", ones_scalar, d);
     }
 }
 

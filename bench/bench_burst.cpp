@@ -129,12 +129,13 @@ void register_all() {
     for (const Form &f : forms) {
         for (const auto &[dname, d] : densities) {
             const std::string g = std::string(f.name) + "/" + dname;
-            benchmark::RegisterBenchmark((g + "/kernel").c_str(), burst_kernel, f.bits, f.cla, d);
-            benchmark::RegisterBenchmark((g + "/scalar").c_str(), burst_scalar, f.bits, d);
-            benchmark::RegisterBenchmark((g + "/bandwidth").c_str(), [bits = f.bits](benchmark::State &st) {
-                Runs &r = runs(bits);
-                bandwidth(st, r.rows_bv.data(), r.rows / 8, r.rows);
-            });
+            register_group(
+                g, [f, d](benchmark::State &st) { burst_kernel(st, f.bits, f.cla, d); },
+                [f, d](benchmark::State &st) { burst_scalar(st, f.bits, d); },
+                [f](benchmark::State &st) {
+                    Runs &r = runs(f.bits);
+                    bandwidth(st, r.rows_bv.data(), r.rows / 8, r.rows);
+                });
         }
     }
 }

@@ -133,13 +133,10 @@ void register_width() {
         for (Form f : {Form::eq, Form::ge_lt}) {
             const std::string g = std::string(f == Form::eq ? "eq" : "ge_lt") + "/" + std::to_string(W) + "bit/" + s.name;
             const std::size_t bytes = s.bytes;
-            benchmark::RegisterBenchmark((g + "/kernel").c_str(), kernel_run, f, W, false, bytes);
-            benchmark::RegisterBenchmark((g + "/kernel_null").c_str(), kernel_run, f, W, true, bytes);
-            if (s.scalar) {
-                if (f == Form::eq) benchmark::RegisterBenchmark((g + "/scalar").c_str(), scalar_run<W, Form::eq>, bytes);
-                else benchmark::RegisterBenchmark((g + "/scalar").c_str(), scalar_run<W, Form::ge_lt>, bytes);
-            }
-            benchmark::RegisterBenchmark((g + "/bandwidth").c_str(), [bytes](benchmark::State &st) {
+            register_row(g, "kernel", kernel_run, f, W, false, bytes);
+            register_row(g, "kernel_null", kernel_run, f, W, true, bytes);
+            if (s.scalar) register_row(g, "scalar", f == Form::eq ? scalar_run<W, Form::eq> : scalar_run<W, Form::ge_lt>, bytes);
+            register_row(g, "bandwidth", [bytes](benchmark::State &st) {
                 bandwidth(st, data(bytes).column.data(), bytes, rows_of(bytes, W));
             });
         }

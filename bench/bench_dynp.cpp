@@ -150,13 +150,14 @@ void scalar_run(benchmark::State &state, ub4 rows) {
 template <unsigned Bytes, Form F>
 void register_form(const char *form_name, const char *size_name, ub4 rows) {
     const std::string g = "dynp" + std::to_string(Bytes * 8) + "/" + form_name + "/" + size_name;
-    benchmark::RegisterBenchmark((g + "/kernel").c_str(), kernel_run, Bytes, rows, F);
-    benchmark::RegisterBenchmark((g + "/scalar").c_str(), scalar_run<Bytes, F>, rows);
-    benchmark::RegisterBenchmark((g + "/bandwidth").c_str(), [rows](benchmark::State &st) {
-        DynpData &d = data(Bytes, rows);
-        bandwidth(st, d.values.data(), d.bytes_read() - d.selectors.size(), rows);
-        set_rates(st, rows, static_cast<double>(d.bytes_read()));
-    });
+    register_group(
+        g, [rows](benchmark::State &st) { kernel_run(st, Bytes, rows, F); },
+        [rows](benchmark::State &st) { scalar_run<Bytes, F>(st, rows); },
+        [rows](benchmark::State &st) {
+            DynpData &d = data(Bytes, rows);
+            bandwidth(st, d.values.data(), d.bytes_read() - d.selectors.size(), rows);
+            set_rates(st, rows, static_cast<double>(d.bytes_read()));
+        });
 }
 
 template <unsigned Bytes>

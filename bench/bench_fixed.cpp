@@ -159,11 +159,12 @@ void register_width(const char *size_name, std::size_t bytes) {
     constexpr unsigned bits = 8 * sizeof(T);
     for (unsigned op : {unsigned{VORN_OP_EQ}, unsigned{VORN_OP_GE_LT}}) {
         const std::string g = std::string(op == VORN_OP_EQ ? "eq" : "ge_lt") + "_" + std::to_string(bits) + "bit/" + size_name;
-        benchmark::RegisterBenchmark((g + "/kernel").c_str(), kernel_run, bits, op, false, bytes);
-        benchmark::RegisterBenchmark((g + "/scalar").c_str(), scalar_run<T>, op, bytes);
-        benchmark::RegisterBenchmark((g + "/bandwidth").c_str(), [bytes](benchmark::State &st) {
-            bandwidth(st, column_bytes(bytes).data(), bytes, static_cast<double>(bytes / sizeof(T)));
-        });
+        register_group(
+            g, [op, bytes](benchmark::State &st) { kernel_run(st, bits, op, false, bytes); },
+            [op, bytes](benchmark::State &st) { scalar_run<T>(st, op, bytes); },
+            [bytes](benchmark::State &st) {
+                bandwidth(st, column_bytes(bytes).data(), bytes, static_cast<double>(bytes / sizeof(T)));
+            });
     }
 }
 
@@ -171,8 +172,8 @@ template <class T>
 void register_tz_width() {
     constexpr unsigned bits = 8 * sizeof(T);
     const std::string g = "ge_lt_tz_" + std::to_string(bits) + "bit/L2";
-    benchmark::RegisterBenchmark((g + "/kernel").c_str(), kernel_run, bits, unsigned{VORN_OP_GE_LT}, true, kInCacheBytes);
-    benchmark::RegisterBenchmark((g + "/scalar").c_str(), scalar_tz_run<T>, kInCacheBytes);
+    register_row(g, "kernel", kernel_run, bits, unsigned{VORN_OP_GE_LT}, true, kInCacheBytes);
+    register_row(g, "scalar", scalar_tz_run<T>, kInCacheBytes);
 }
 
 void register_all() {

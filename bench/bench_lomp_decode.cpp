@@ -250,15 +250,15 @@ void decode_bandwidth(benchmark::State &state, bool selected) {
 void register_all() {
     for (const char *name : {"w10_1to8", "w8_1to8", "w5_1to4", "w3_8", "packed12"}) {
         const std::string g = std::string("lomp/") + name;
-        benchmark::RegisterBenchmark((g + "/kernel").c_str(), lomp_kernel, std::string(name));
-        benchmark::RegisterBenchmark((g + "/scalar").c_str(), lomp_scalar, std::string(name));
-        benchmark::RegisterBenchmark((g + "/bandwidth").c_str(), lomp_bandwidth, std::string(name));
+        register_row(g, "kernel", lomp_kernel, std::string(name));
+        register_row(g, "scalar", lomp_scalar, std::string(name));
+        register_row(g, "bandwidth", lomp_bandwidth, std::string(name));
     }
     for (bool selected : {false, true}) {
         const std::string g = std::string("decode_var1M/") + (selected ? "ones_vec_10pct" : "all_rows");
-        benchmark::RegisterBenchmark((g + "/kernel").c_str(), decode_kernel, selected)->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark((g + "/scalar").c_str(), decode_scalar, selected)->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark((g + "/bandwidth").c_str(), decode_bandwidth, selected)->Unit(benchmark::kMillisecond);
+        register_row(g, "kernel", decode_kernel, selected)->Unit(benchmark::kMillisecond);
+        register_row(g, "scalar", decode_scalar, selected)->Unit(benchmark::kMillisecond);
+        register_row(g, "bandwidth", decode_bandwidth, selected)->Unit(benchmark::kMillisecond);
     }
 }
 

@@ -74,12 +74,9 @@ void minmax_scalar(benchmark::State &state, unsigned w) {
 void register_all() {
     for (unsigned w = 1; w <= 16; ++w) {
         const std::string g = "minmax/w" + std::to_string(w);
-        benchmark::RegisterBenchmark((g + "/kernel").c_str(), minmax_kernel, w);
-        benchmark::RegisterBenchmark((g + "/scalar").c_str(), minmax_scalar, w);
-        benchmark::RegisterBenchmark((g + "/bandwidth").c_str(), [w](benchmark::State &st) {
-            Packed &p = packed(w);
-            bandwidth(st, p.stream.data(), kRows * w / 8, kRows);
-        });
+        register_group(
+            g, [w](benchmark::State &st) { minmax_kernel(st, w); }, [w](benchmark::State &st) { minmax_scalar(st, w); },
+            [w](benchmark::State &st) { bandwidth(st, packed(w).stream.data(), kRows * w / 8, kRows); });
     }
 }
 

@@ -110,9 +110,11 @@ void register_all() {
     const Size sizes[] = {{"L2", 5 << 10}, {"128MiB", 10 << 20}};
     for (const Size &s : sizes) {
         const std::string g = std::string("eq_stream/lv_short/") + s.name;
-        benchmark::RegisterBenchmark((g + "/kernel").c_str(), kernel_run, s.rows);
-        benchmark::RegisterBenchmark((g + "/scalar").c_str(), scalar_run, s.rows);
-        benchmark::RegisterBenchmark((g + "/bandwidth").c_str(), bandwidth_run, s.rows);
+        const ub4 rows = s.rows;
+        register_group(
+            g, [rows](benchmark::State &st) { kernel_run(st, rows); },
+            [rows](benchmark::State &st) { scalar_run(st, rows); },
+            [rows](benchmark::State &st) { bandwidth_run(st, rows); });
     }
 }
 

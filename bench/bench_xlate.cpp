@@ -102,12 +102,10 @@ void register_all() {
         for (bool c2d : {false, true}) {
             const std::string g = std::string(c2d ? "sim_ub2_c2d/" : "sim_ub2/") + s.name;
             const std::size_t bytes = s.bytes;
-            benchmark::RegisterBenchmark((g + "/kernel").c_str(), kernel_run, bytes, c2d);
-            benchmark::RegisterBenchmark((g + "/scalar").c_str(), scalar_run, bytes, c2d);
-            benchmark::RegisterBenchmark((g + "/bandwidth").c_str(), [bytes](benchmark::State &st) {
-                Data &d = data(bytes);
-                bandwidth(st, d.codes.data(), bytes, d.rows);
-            });
+            register_group(
+                g, [bytes, c2d](benchmark::State &st) { kernel_run(st, bytes, c2d); },
+                [bytes, c2d](benchmark::State &st) { scalar_run(st, bytes, c2d); },
+                [bytes](benchmark::State &st) { bandwidth(st, data(bytes).codes.data(), bytes, data(bytes).rows); });
         }
     }
 }

@@ -62,6 +62,21 @@ void set_rates(benchmark::State &state, double rows, double bytes);
 // The bandwidth benchmark of a group: a streaming read of `bytes` at p.
 void bandwidth(benchmark::State &state, const void *p, std::size_t bytes, double rows);
 
+// Registers one row of a group, <group>/<role>, with fn(state, args...).
+template <class Fn, class... Args>
+benchmark::internal::Benchmark *register_row(const std::string &group, const char *role, Fn fn, Args... args) {
+    return benchmark::RegisterBenchmark((group + "/" + role).c_str(), fn, args...);
+}
+
+// Registers the three rows the reporter pairs: the kernel, the scalar loop
+// and the streaming read, each a callable taking the benchmark state.
+template <class Kernel, class Scalar, class Read>
+void register_group(const std::string &group, Kernel kernel, Scalar scalar, Read read) {
+    register_row(group, "kernel", kernel);
+    register_row(group, "scalar", scalar);
+    register_row(group, "bandwidth", read);
+}
+
 // Random 64-bit numbers from a fixed seed.
 std::mt19937_64 &rng();
 
