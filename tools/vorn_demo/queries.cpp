@@ -51,6 +51,19 @@ vorn_vec result(Bits &b, ub4 rows) {
     return v;
 }
 
+// The scalar evaluation of a predicate query: per unit, the rows' bits and
+// their count, cleared before each timed run.
+struct RowModel {
+    std::vector<Bits> bits;
+    std::vector<ub8> counts;
+    explicit RowModel(const Table &t) : bits(unit_bits(t)), counts(t.units) {}
+    void clear(ub4 u) {
+        counts[u] = 0;
+        std::fill(bits[u].begin(), bits[u].end(), 0);
+    }
+    void mark(ub4 u, ub8 row) { set(bits[u], row), ++counts[u]; }
+};
+
 const ub8 *visible_of(const Table &t, ub4 u) { return t.visible.data() + t.unit_first(u) / 64; }
 
 // Compares the library's bit vectors with the scalar ones, unit by unit.
@@ -155,18 +168,15 @@ private:
             scan_.range(w, index, &res, &src, &lo_, &hi_, &k, src.size);
             counts[u] = res.num_ones;
         });
-        std::vector<Bits> model = unit_bits(t_);
-        std::vector<ub8> model_counts(t_.units);
-        o.scalar_seconds = scan_.best_of(kRuns, t_.units, [&](Worker &, ub4 u) {
-            model_counts[u] = 0;
-            std::fill(model[u].begin(), model[u].end(), 0);
+        RowModel model(t_);
+        o.scalar_seconds = scalar_run(model, [&](ub4 u) {
             const ub1 *s = static_cast<const ub1 *>(packed_unit(t_, t_.city, u).data);
             for (ub4 i = 0, n = t_.unit_size(u); i < n; ++i) {
                 const ub4 c = code_at(s, 11, i);
-                if (c >= lo_ && c < hi_) set(model[u], i), ++model_counts[u];
+                if (c >= lo_ && c < hi_) model.mark(u, i);
             }
         });
-        finish_bits(o, q1_, model, counts, model_counts);
+        finish_bits(o, q1_, model, counts);
     }
 
     // A range predicate on a column the store keeps compressed: the first
@@ -176,14 +186,11 @@ private:
         const auto &names = t_.channels;
         const ub4 lo = static_cast<ub4>(std::find(names.begin(), names.end(), "outlet") - names.begin());
         const ub4 hi = static_cast<ub4>(std::find(names.begin(), names.end(), "store") - names.begin());
-        std::vector<Bits> model = unit_bits(t_);
-        std::vector<ub8> model_counts(t_.units);
-        const double scalar_seconds = scan_.best_of(kRuns, t_.units, [&](Worker &, ub4 u) {
-            model_counts[u] = 0;
-            std::fill(model[u].begin(), model[u].end(), 0);
+        RowModel model(t_);
+        const double scalar_seconds = scalar_run(model, [&](ub4 u) {
             const ub1 *s = static_cast<const ub1 *>(packed_unit(t_, t_.channel, u).data);
             for (ub4 i = 0, n = t_.unit_size(u); i < n; ++i)
-                if (s[i] >= lo && s[i] <= hi) set(model[u], i), ++model_counts[u];
+                if (s[i] >= lo && s[i] <= hi) model.mark(u, i);
         });
         ub8 packed = 0, compressed = 0;
         for (const CompressedUnit &c : t_.channel_lomp) packed += c.plain_bytes, compressed += c.stream.size();
@@ -218,7 +225,7 @@ private:
             o.library_seconds = pass == 0 ? scan_.for_units(t_.units, scan) : scan_.best_of(kRuns, t_.units, scan);
             o.scalar_seconds = scalar_seconds;
             const ub8 decoded = total(decodes);
-            finish_bits(o, bits, model, counts, model_counts, ", " + std::to_string(decoded) + " unit decodes");
+            finish_bits(o, bits, model, counts, ", " + std::to_string(decoded) + " unit decodes");
             if (decoded != (pass == 0 ? t_.units : 0)) {
                 out_.back().ok = false;
                 out_.back().mismatch = std::to_string(decoded) + " decodes in this scan";
@@ -245,19 +252,16 @@ private:
             scan_.ctx().vorn_lbiwvand_dydi(q2_[u].data(), &count, q1_[u].data(), amount[u].data(), src.size);
             counts[u] = count;
         });
-        std::vector<Bits> model = unit_bits(t_);
-        std::vector<ub8> model_counts(t_.units);
-        o.scalar_seconds = scan_.best_of(kRuns, t_.units, [&](Worker &, ub4 u) {
-            model_counts[u] = 0;
-            std::fill(model[u].begin(), model[u].end(), 0);
+        RowModel model(t_);
+        o.scalar_seconds = scalar_run(model, [&](ub4 u) {
             const ub1 *city = static_cast<const ub1 *>(packed_unit(t_, t_.city, u).data);
             const ub1 *amt = static_cast<const ub1 *>(fixed_unit(t_, t_.amount, t_.amount_enc, u).data);
             for (ub4 i = 0, n = t_.unit_size(u); i < n; ++i) {
                 const ub4 c = code_at(city, 11, i);
-                if (c >= lo_ && c < hi_ && be32_at(amt + 4 * i) < limit) set(model[u], i), ++model_counts[u];
+                if (c >= lo_ && c < hi_ && be32_at(amt + 4 * i) < limit) model.mark(u, i);
             }
         });
-        finish_bits(o, q2_, model, counts, model_counts);
+        finish_bits(o, q2_, model, counts);
     }
 
     // Q3: a nullable column, only over the rows Q2 selected (the selective
@@ -279,21 +283,18 @@ private:
             scan_.compare(w, index, &res, &src, &seven, &k, src.size);
             counts[u] = res.num_ones;
         });
-        std::vector<Bits> model = unit_bits(t_);
-        std::vector<ub8> model_counts(t_.units);
-        o.scalar_seconds = scan_.best_of(kRuns, t_.units, [&](Worker &, ub4 u) {
-            model_counts[u] = 0;
-            std::fill(model[u].begin(), model[u].end(), 0);
+        RowModel model(t_);
+        o.scalar_seconds = scalar_run(model, [&](ub4 u) {
             const ub1 *cat = static_cast<const ub1 *>(packed_unit(t_, t_.category, u).data);
             const ub8 *vis = visible_of(t_, u);
             for (ub4 i = 0, n = t_.unit_size(u); i < n; ++i) {
                 if (!bit(q2_[u], i) || !((vis[i >> 6] >> (i & 63)) & 1)) continue;
                 const ub4 c = code_at(cat, 6, i);
-                if (c != 0 && c != seven) set(model[u], i), ++model_counts[u];
+                if (c != 0 && c != seven) model.mark(u, i);
             }
         });
         q3_counts_ = counts;
-        finish_bits(o, q3_, model, counts, model_counts);
+        finish_bits(o, q3_, model, counts);
     }
 
     // Q4: the smallest and largest city code among Q3's rows.
@@ -474,33 +475,38 @@ private:
             scan_.compare(w, index, &res, &src, &three, &k, src.size);
             counts[u] = res.num_ones;
         });
-        std::vector<Bits> model = unit_bits(t_);
-        std::vector<ub8> model_counts(t_.units);
+        RowModel model(t_);
         ub8 runs = 0;
-        o.scalar_seconds = scan_.best_of(kRuns, t_.units, [&](Worker &, ub4 u) {
-            model_counts[u] = 0;
-            std::fill(model[u].begin(), model[u].end(), 0);
+        o.scalar_seconds = scalar_run(model, [&](ub4 u) {
             const RleUnit &r = t_.status[u];
             ub8 row = 0;
             for (ub4 i = 0; i < r.runs; ++i) {
                 const ub4 len = r.lengths.data()[i];
-                if (code_at(r.codes.data(), 4, i) == three) {
-                    for (ub4 k = 0; k < len; ++k) set(model[u], row + k);
-                    model_counts[u] += len;
-                }
+                if (code_at(r.codes.data(), 4, i) == three)
+                    for (ub4 k = 0; k < len; ++k) model.mark(u, row + k);
                 row += len;
             }
         });
         for (const RleUnit &r : t_.status) runs += r.runs;
-        finish_bits(o, bits, model, counts, model_counts, " in " + with_commas(runs) + " runs");
+        finish_bits(o, bits, model, counts, " in " + with_commas(runs) + " runs");
+    }
+
+    // The scalar path of a predicate query: eval(u) marks unit u's rows in a
+    // cleared model; the best of kRuns runs on all threads counts.
+    template <class Eval>
+    double scalar_run(RowModel &model, Eval eval) {
+        return scan_.best_of(kRuns, t_.units, [&](Worker &, ub4 u) {
+            model.clear(u);
+            eval(u);
+        });
     }
 
     // The end of a predicate query over all rows: the library's bits and
     // count against the scalar ones, and the count as the answer.
-    void finish_bits(Outcome &o, const std::vector<Bits> &library, const std::vector<Bits> &model,
-                     const std::vector<ub8> &counts, const std::vector<ub8> &model_counts, const std::string &more = "") {
+    void finish_bits(Outcome &o, const std::vector<Bits> &library, const RowModel &model,
+                     const std::vector<ub8> &counts, const std::string &more = "") {
         o.rows = static_cast<double>(t_.rows);
-        o.ok = same_bits(t_, library, model, o.mismatch) && total(counts) == total(model_counts);
+        o.ok = same_bits(t_, library, model.bits, o.mismatch) && total(counts) == total(model.counts);
         o.answer = with_commas(total(counts)) + " rows" + more;
         out_.push_back(o);
     }
