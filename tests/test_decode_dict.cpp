@@ -379,6 +379,19 @@ TEST(DecodeDict, IndicatorsAreClearedForOnesVecSizeEvenWithoutOnesVec) {
         for (ub4 j = 0; j < 20; ++j) EXPECT_EQ(out.flag[j], j < 10 ? d.entry(codes[j]).flag : 0u) << j;
         EXPECT_EQ(out.len[10], kSentinel);
         EXPECT_TRUE(out.untouched_from(20));
+
+        // Fewer cleared than produced: behind the cleared range only the
+        // empty symbols' 2s are written, the rest keep the caller's value.
+        TestHost host2;
+        vorn_kernel_ctx k2 = host2.kctx();
+        k2.ones_vec_size = 4;
+        Output out2(10);
+        decoder(3)(&out2.vec, &col->vec, &k2);
+        EXPECT_EQ(out2.vec.num_ones, 10u);
+        for (ub4 j = 0; j < 10; ++j) {
+            const ub2 flag = d.entry(codes[j]).flag;
+            EXPECT_EQ(out2.flag[j], j < 4 || flag == 2 ? flag : kSentinel) << j;
+        }
     }
 }
 

@@ -20,15 +20,20 @@ ub8 decode_all_empty(vorn_vec *res, vorn_kernel_ctx *kctx) {
 }
 
 // The indicators start cleared, ones_vec_size of them whether or not
-// ones_vec is there: the caller sets the size in both cases.  A walk that
-// writes every produced row's indicator itself (the variable-length one)
-// leaves those to the walk, so that out of cache they are written once.
-void clear_indicators(const vorn_vec *res, const vorn_vec *src, const vorn_kernel_ctx *kctx,
-                      bool walk_writes_them) {
+// ones_vec is there: the caller sets the size in both cases.  Where every
+// row the variable-length walk produces lies inside that cleared range, the
+// walk writes those indicators itself (0 or 2), so that out of cache they
+// are written once, and only the rest is cleared here; returns whether it
+// does.  Otherwise (no ones_vec and more rows than ones_vec_size) all of the
+// range is cleared and the walk writes only its 2s: the indicators behind
+// the cleared range keep what the caller left there.
+bool clear_indicators(const vorn_vec *res, const vorn_vec *src, const vorn_kernel_ctx *kctx, bool var_walk) {
     const ub4 clear = kctx->ones_vec_size;
-    ub4 from = 0;
-    if (walk_writes_them) from = kctx->ones_vec ? clear : src->size;
+    const ub4 produced = kctx->ones_vec ? clear : src->size;
+    const bool walk_owns = var_walk && produced <= clear;
+    const ub4 from = walk_owns ? produced : 0;
     if (from < clear) std::memset(static_cast<ub2 *>(res->data3) + from, 0, ub8{clear - from} * 2);
+    return walk_owns;
 }
 
 ub8 finish_decode(vorn_vec *res, const vorn_vec *src, vorn_kernel_ctx *kctx) {

@@ -43,23 +43,27 @@ VORN_INLINE DecodeOut decode_out(const vorn_vec *res) {
 // Shared by every width: the fixed-length-0 path, the cleared indicators
 // and the finish.
 VORN_INTERNAL ub8 decode_all_empty(vorn_vec *res, vorn_kernel_ctx *kctx);
-VORN_INTERNAL void clear_indicators(const vorn_vec *res, const vorn_vec *src, const vorn_kernel_ctx *kctx,
-                                    bool walk_writes_them);
+VORN_INTERNAL bool clear_indicators(const vorn_vec *res, const vorn_vec *src, const vorn_kernel_ctx *kctx,
+                                    bool var_walk);
 VORN_INTERNAL ub8 finish_decode(vorn_vec *res, const vorn_vec *src, vorn_kernel_ctx *kctx);
 
 VORN_INLINE void prefetch_read(const void *p) { _mm_prefetch(static_cast<const char *>(p), _MM_HINT_T0); }
 
-// Symbols by offset table.
+// Symbols by offset table.  An empty symbol's indicator is 2; a non-empty
+// one's is written 0 only where the walk owns the indicators (see
+// clear_indicators), else left as it is.
 struct VarDict {
     const ub1 *base;
     const ub4 *offsets;
+    bool owns_indicators;
 
     VORN_INLINE void put(const DecodeOut &o, ub4 j, ub4 code) const {
         const ub4 off = load_be32(offsets + code);
         const ub4 len = (load_be32(offsets + code + 1) - off) & 0xffff;
         o.ptr[j] = base + off;
         o.len[j] = static_cast<ub2>(len);
-        o.flag[j] = len == 0 ? 2 : 0;
+        if (len == 0) o.flag[j] = 2;
+        else if (owns_indicators) o.flag[j] = 0;
     }
     VORN_INLINE void prefetch_symbol(ub4 code) const { prefetch_read(offsets + code); }
     static constexpr bool kPrefetch = true;
@@ -176,10 +180,10 @@ ub8 decode_dict(vorn_vec *res, vorn_vec *src, vorn_kernel_ctx *kctx) {
     if (layout == 0 && fixed_len == 0) return decode_all_empty(res, kctx);
 
     const ub1 *stream = column_stream<Text>(src, kctx);
-    clear_indicators(res, src, kctx, layout == 1);
+    const bool walk_owns = clear_indicators(res, src, kctx, layout == 1);
     const DecodeOut o = decode_out(res);
     if (layout == 1)
-        decode_rows<W>(stream, src, kctx, VarDict{base, enc->sym_offsets}, o);
+        decode_rows<W>(stream, src, kctx, VarDict{base, enc->sym_offsets, walk_owns}, o);
     else
         decode_rows<W>(stream, src, kctx, FixedDict{base, fixed_len}, o);
     return finish_decode(res, src, kctx);

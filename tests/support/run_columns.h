@@ -24,6 +24,8 @@ inline std::vector<ub4> random_lengths(std::mt19937_64 &rng, ub4 runs, unsigned 
             len = special[rng() % (sizeof special / sizeof special[0])];
         else if (pick == 4 && len_bits == 16)
             len = 256 + static_cast<ub4>(rng() % 3000);
+        else if (pick == 5 && len_bits == 16 && rng() % 8 == 0)
+            len = rng() % 4 == 0 ? 65535 : 32768 + static_cast<ub4>(rng() % 32768);  // the longest runs
         else
             len = 1 + static_cast<ub4>(rng() % 12);
     }
