@@ -62,10 +62,15 @@ void set_rates(benchmark::State &state, double rows, double bytes);
 // The bandwidth benchmark of a group: a streaming read of `bytes` at p.
 void bandwidth(benchmark::State &state, const void *p, std::size_t bytes, double rows);
 
+// The benchmarks' names in the order they were registered: the order of the
+// ratio table, whatever order the repetitions ran in.
+std::vector<std::string> &registered_names();
+
 // Registers one row of a group, <group>/<role>, with fn(state, args...).
 template <class Fn, class... Args>
 benchmark::internal::Benchmark *register_row(const std::string &group, const char *role, Fn fn, Args... args) {
-    return benchmark::RegisterBenchmark((group + "/" + role).c_str(), fn, args...);
+    registered_names().push_back(group + "/" + role);
+    return benchmark::RegisterBenchmark(registered_names().back().c_str(), fn, args...);
 }
 
 // Registers the three rows the reporter pairs: the kernel, the scalar loop

@@ -39,9 +39,12 @@
 // [lo, hi] of numbers (lt is [0, a - 1], gt_le is [a + 1, b], and so on), and
 // x lies in it when x - lo, wrapping, is below the interval's size.  The
 // subtraction of lo rides on the sign flip's addition, so a range costs what
-// a single order costs.  An empty interval has size 0; the whole range of
-// numbers, whose size does not fit a lane, is the complement of the empty
-// one.  The null rule raises lo to 1.  A constant tz only decides whether
+// a single order costs.  The lanes are tested for lying above the interval
+// (x - lo >= size, a greater-than whose first operand is the lane itself, so
+// no register is copied) and the block's words are complemented once each.
+// An empty interval tests against the lane's signed maximum and is not
+// complemented; the whole range of numbers, whose size does not fit a lane,
+// is the complement of that.  The null rule raises lo to 1.  A constant tz only decides whether
 // each end admits its own literal (for ge: a when t >= u, else a + 1), so
 // with VORN_TZ_CONST the orders are intervals too and the loop reads no tz.
 // With a tz stream the value lanes are compared for order and for equality,
@@ -120,6 +123,7 @@ public:
         }
         if constexpr (kOrder) bias_ = L::splat(kSign);
         if constexpr (kInterval) set_interval();  // after the tz, which it may read
+        else if constexpr (kRule.complement) flip_ = ~ub8{0};
     }
 
     // Rows 0..n-1 into out; returns their count.  Leaves (n + 63) / 64 words
@@ -158,9 +162,12 @@ public:
         ub1 *result = reinterpret_cast<ub1 *>(out);
         ub8 count = 0;
         const ub1 *p = stream;
+        // A copy whose address never escapes: its vectors stay in registers,
+        // where the result's byte stores would make the compiler reload them.
+        const WholeByteCompare self = *this;
         for (ub8 b = 0; b < blocks; ++b, p += kBlockBytes) {
             ub8 words[kWords];
-            block(p, b, words);
+            self.block(p, b, words);
             if constexpr (NonTemporal) {
                 for (ub4 w = 0; w < kWords; ++w)
                     _mm_stream_si64(reinterpret_cast<long long *>(out + b * kWords + w), static_cast<long long>(words[w]));
@@ -216,8 +223,10 @@ private:
         const T size = empty ? T{0} : static_cast<T>(hi - lo + 1);  // 0 also for every number
         const T offset = empty ? T{0} : lo;
         bias_ = L::splat(static_cast<T>(kSign - offset));
-        limit_ = L::splat(static_cast<T>(size + kSign));
-        complement_ = !empty && size == 0 ? 0xffff : 0;
+        // Above the interval: x - lo + sign > size + sign - 1, signed.  Size 0
+        // (none, or every number) tests against the signed maximum: never above.
+        limit_ = L::splat(static_cast<T>(size == 0 ? kSign - 1 : size + kSign - 1));
+        flip_ = empty ? 0 : ~ub8{0};
     }
 
     VORN_INLINE T row_value(const ub1 *stream, ub8 row) const {
@@ -272,7 +281,7 @@ private:
     // by equality, with a constant tz's relation or the null rule.
     VORN_INLINE V lane_mask(V x) const {
         if constexpr (kInterval) {
-            return L::gt(limit_, x);
+            return L::gt(x, limit_);  // above the interval; complemented per word
         } else {
             static_assert(!kOrder && !kTwo);
             V m = L::eq(x, va_);
@@ -319,18 +328,19 @@ private:
                 if constexpr (kTwo) second = pair_rows<kRule.second, g>(x, vb_, tb);
                 rows = join<kRule.join>(first, second);
             }
-            ub8 bits = lanes::row_bits(rows);
-            if constexpr (kInterval) bits ^= complement_;
-            else if constexpr (kRule.complement) bits ^= 0xffff;
-            words[g / 4] |= bits << (16 * (g % 4));
+            words[g / 4] |= ub8{lanes::row_bits(rows)} << (16 * (g % 4));
         });
+        for (ub4 w = 0; w < kWords; ++w) words[w] ^= flip_ & kWordBits;
     }
+
+    // The bits of a result word that a block fills: 16 per group.
+    static constexpr ub8 kWordBits = kGroups >= 4 ? ~ub8{0} : (ub8{1} << (16 * kGroups)) - 1;
 
     T a_{}, b_{};           // the literals as native numbers, cut to the element
     V va_{}, vb_{};         // the literals in lane form
     V bias_{};              // added to every lane: the sign flip, less lo for an interval
-    V limit_{};             // an interval's size + sign
-    ub4 complement_ = 0;    // an interval of every number: the complement of none
+    V limit_{};             // an interval's size + sign - 1: lanes above it are outside
+    ub8 flip_ = 0;          // all ones where a block's words are complemented
     const ub1 *tz_ = nullptr;
     ub1 u_ = 0, v_ = 0;     // the literals' tz
     V tza_{}, tzb_{};       // tz_stream: the tz literals per field; tz_const: the tz relation of eq
