@@ -53,12 +53,14 @@ struct Literals {
     ub4 a, b;
 };
 
-// eq: a code in the middle of the range; ge_lt: half the codes.  Width 1:
-// the rows of code 1 for both, plain and _null alike.
+// eq: a code in the middle of the range; ge_lt: half the codes.  Width 1,
+// where a nonzero literal stands for code 1: eq takes the rows of code 1,
+// ge_lt those of code 0 (the complement of the stream); its _null form can
+// match nothing and only clears.
 Literals literals(Form form, unsigned w) {
     const ub4 top = (ub4{1} << w) - 1;
     if (form == Form::eq) return {top / 3 | 1, 0};
-    if (w == 1) return {1, 2};
+    if (w == 1) return {0, 1};
     return {(top + 1) / 4, (top + 1) / 4 * 3};
 }
 
