@@ -1,5 +1,7 @@
 // Packed dictionary compares: eq and ge_lt, plain and _null, for every width
-// served by the shuffle-and-mask kernels and width 1, on a column of 64 KiB
+// of the table (the shuffle-and-mask kernels, width 1, and the whole-byte
+// widths 8, 16, 32, 64, whose codes and literals are big-endian numbers of
+// their bytes), on a column of 64 KiB
 // (in cache) and of 256 MiB (out of every cache).  Random bytes are a column
 // of uniform random codes at any width, so one buffer of each size serves
 // all widths; its row count is bytes * 8 / w.
@@ -21,7 +23,9 @@ namespace {
 
 using namespace vornbench;
 
-constexpr unsigned kWidths[] = {1, 2, 3, 4, 5, 6, 7, 9, 10, 11, 12, 13, 14, 15, 17, 18, 19, 20, 24};
+constexpr unsigned kWidths[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 24, 32, 64};
+
+constexpr bool whole_bytes(unsigned w) { return w == 8 || w == 16 || w == 32 || w == 64; }
 
 struct Buffer {
     std::vector<ub8> words;
@@ -50,7 +54,7 @@ Data &data(std::size_t bytes) {
 enum class Form { eq, ge_lt };
 
 struct Literals {
-    ub4 a, b;
+    ub8 a, b;
 };
 
 // eq: a code in the middle of the range; ge_lt: half the codes.  Width 1,
@@ -58,10 +62,11 @@ struct Literals {
 // ge_lt those of code 0 (the complement of the stream); its _null form can
 // match nothing and only clears.
 Literals literals(Form form, unsigned w) {
-    const ub4 top = (ub4{1} << w) - 1;
+    const ub8 top = w == 64 ? ~ub8{0} : (ub8{1} << w) - 1;
     if (form == Form::eq) return {top / 3 | 1, 0};
     if (w == 1) return {0, 1};
-    return {(top + 1) / 4, (top + 1) / 4 * 3};
+    const ub8 quarter = (top >> 2) + 1;  // 2^(w-2)
+    return {quarter, 3 * quarter};
 }
 
 ub4 rows_of(std::size_t bytes, unsigned w) { return static_cast<ub4>(bytes * 8 / w); }
@@ -79,7 +84,12 @@ void kernel_run(benchmark::State &state, Form form, unsigned w, bool null, std::
     res.res_bv = d.result.bits();
     res.size = rows;
     const Literals l = literals(form, w);
-    const void *low[1] = {&l.a}, *high[1] = {&l.b};
+    // A native ub4, or for the whole-byte widths the stream's own form.
+    ub8 a = l.a, b = l.b;
+    ub4 a4 = static_cast<ub4>(l.a), b4 = static_cast<ub4>(l.b);
+    if (whole_bytes(w)) a = __builtin_bswap64(l.a) >> (64 - w), b = __builtin_bswap64(l.b) >> (64 - w);
+    const void *low[1] = {whole_bytes(w) ? static_cast<const void *>(&a) : &a4};
+    const void *high[1] = {whole_bytes(w) ? static_cast<const void *>(&b) : &b4};
     const ub4 op = form == Form::eq ? VORN_OP_EQ : VORN_OP_GE_LT;
     const vorn_kernel &k = kernel(VORN_DISPATCH_INDEX(VORN_KERNEL_GROUP(VORN_WIDTH_CODE(w), VORN_ENC_DICT), op, null));
     if (!k.cmp) {
@@ -94,11 +104,20 @@ void kernel_run(benchmark::State &state, Form form, unsigned w, bool null, std::
     set_rates(state, rows, static_cast<double>(bytes));
 }
 
+// The code of a row: the reference read, or a big-endian number of whole bytes.
+template <unsigned W>
+inline ub8 code_at(const ub1 *stream, ub8 bitpos) {
+    if constexpr (!whole_bytes(W)) return reference_read(stream, W, bitpos);
+    ub8 v = 0;
+    std::memcpy(&v, stream + bitpos / 8, W / 8);
+    return __builtin_bswap64(v) >> (64 - W);
+}
+
 template <unsigned W, Form F>
-VORN_SCALAR ub8 scalar_scan(ub8 *out, const ub1 *stream, ub4 rows, ub4 a, ub4 b) {
+VORN_SCALAR ub8 scalar_scan(ub8 *out, const ub1 *stream, ub4 rows, ub8 a, ub8 b) {
     ub8 count = 0, word = 0, bitpos = 0;
     for (ub4 i = 0; i < rows; ++i, bitpos += W) {
-        const ub4 code = reference_read(stream, W, bitpos);
+        const ub8 code = code_at<W>(stream, bitpos);
         const ub8 hit = F == Form::eq ? code == a : (a <= code && code < b);
         word |= hit << (i & 63);
         count += hit;

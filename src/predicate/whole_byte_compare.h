@@ -86,6 +86,10 @@ class WholeByteCompare {
     static constexpr bool kShort = Elem != kLane;
     static constexpr bool kStoredOrder = !kOrder && !kShort;
     static constexpr bool kInterval = kOrder && S != Second::tz_stream;
+    // eq of a nullable column: a row equal to a nonzero literal is not null,
+    // so the lanes are compared as in the plain form, and a literal 0 keeps
+    // no row of the block.
+    static constexpr bool kNullEq = S == Second::null && C == Cmp::eq;
     static_assert(!kTz || kLane > 1, "the 8-bit kernels have no tz");
 
     // The upper Elem bytes of a lane-wide big-endian load.
@@ -124,6 +128,7 @@ public:
         if constexpr (kOrder) bias_ = L::splat(kSign);
         if constexpr (kInterval) set_interval();  // after the tz, which it may read
         else if constexpr (kRule.complement) flip_ = ~ub8{0};
+        if constexpr (kNullEq) keep_ = a_ != 0 ? ~ub8{0} : 0;
     }
 
     // Rows 0..n-1 into out; returns their count.  Leaves (n + 63) / 64 words
@@ -286,9 +291,10 @@ private:
             static_assert(!kOrder && !kTwo);
             V m = L::eq(x, va_);
             if constexpr (S == Second::tz_const) m = _mm_and_si128(m, tza_);
-            if constexpr (S == Second::null) {
+            if constexpr (S == Second::null && !kNullEq) {
                 const V zero = L::eq(x, _mm_setzero_si128());
-                m = kRule.complement ? _mm_or_si128(m, zero) : _mm_andnot_si128(zero, m);
+                static_assert(kRule.complement, "ne: neither the literal nor null");
+                m = _mm_or_si128(m, zero);
             }
             return m;
         }
@@ -330,7 +336,10 @@ private:
             }
             words[g / 4] |= ub8{lanes::row_bits(rows)} << (16 * (g % 4));
         });
-        for (ub4 w = 0; w < kWords; ++w) words[w] ^= flip_ & kWordBits;
+        for (ub4 w = 0; w < kWords; ++w) {
+            words[w] ^= flip_ & kWordBits;
+            if constexpr (kNullEq) words[w] &= keep_;
+        }
     }
 
     // The bits of a result word that a block fills: 16 per group.
@@ -341,6 +350,7 @@ private:
     V bias_{};              // added to every lane: the sign flip, less lo for an interval
     V limit_{};             // an interval's size + sign - 1: lanes above it are outside
     ub8 flip_ = 0;          // all ones where a block's words are complemented
+    ub8 keep_ = ~ub8{0};    // kNullEq: all ones unless the literal is 0
     const ub1 *tz_ = nullptr;
     ub1 u_ = 0, v_ = 0;     // the literals' tz
     V tza_{}, tzb_{};       // tz_stream: the tz literals per field; tz_const: the tz relation of eq
