@@ -363,6 +363,9 @@ TEST(DecodeDict, AnEmptyColumnEndsAtRowMinusOne) {
     EXPECT_TRUE(out.untouched_from(0));
 }
 
+// Without ones_vec the indicators are cleared for ones_vec_size entries,
+// more or fewer than the rows: behind the cleared range only the empty
+// symbols' 2s are written, the rest keep the caller's value.
 TEST(DecodeDict, IndicatorsAreClearedForOnesVecSizeEvenWithoutOnesVec) {
     std::mt19937_64 rng(36);
     for (int layout = 0; layout < 2; ++layout) {
@@ -370,27 +373,20 @@ TEST(DecodeDict, IndicatorsAreClearedForOnesVecSizeEvenWithoutOnesVec) {
         const auto codes = random_codes(rng, 10, 8);
         auto col = packed_column(codes, 3);
         d.attach(col->enc);
-        TestHost host;
-        vorn_kernel_ctx k = host.kctx();
-        k.ones_vec_size = 20;
-        Output out(20);
-        decoder(3)(&out.vec, &col->vec, &k);
-        EXPECT_EQ(out.vec.num_ones, 10u);
-        for (ub4 j = 0; j < 20; ++j) EXPECT_EQ(out.flag[j], j < 10 ? d.entry(codes[j]).flag : 0u) << j;
-        EXPECT_EQ(out.len[10], kSentinel);
-        EXPECT_TRUE(out.untouched_from(20));
-
-        // Fewer cleared than produced: behind the cleared range only the
-        // empty symbols' 2s are written, the rest keep the caller's value.
-        TestHost host2;
-        vorn_kernel_ctx k2 = host2.kctx();
-        k2.ones_vec_size = 4;
-        Output out2(10);
-        decoder(3)(&out2.vec, &col->vec, &k2);
-        EXPECT_EQ(out2.vec.num_ones, 10u);
-        for (ub4 j = 0; j < 10; ++j) {
-            const ub2 flag = d.entry(codes[j]).flag;
-            EXPECT_EQ(out2.flag[j], j < 4 || flag == 2 ? flag : kSentinel) << j;
+        for (ub4 cleared : {20u, 4u}) {
+            TestHost host;
+            vorn_kernel_ctx k = host.kctx();
+            k.ones_vec_size = cleared;
+            Output out(20);
+            decoder(3)(&out.vec, &col->vec, &k);
+            EXPECT_EQ(out.vec.num_ones, 10u);
+            for (ub4 j = 0; j < 20; ++j) {
+                const ub2 flag = j < 10 ? d.entry(codes[j]).flag : 0;
+                const bool written = j < cleared || flag == 2;
+                EXPECT_EQ(out.flag[j], written ? flag : kSentinel) << "cleared " << cleared << " row " << j;
+            }
+            EXPECT_EQ(out.len[10], kSentinel);
+            EXPECT_TRUE(out.untouched_from(20));
         }
     }
 }
