@@ -203,7 +203,8 @@ VORN_INLINE ub4 lomp_decode_codes(const ub1 *codes, ub4 m, const LompSymbols &s,
 // code stream, the code count, the symbol slots, the lengths, the output;
 // then the output's capacity and the symbol count, which keep a corrupt
 // stream within the buffers (two arguments beyond the plain decoder's five,
-// on purpose: these routines are internal, and the guard needs them).  Result: the bytes written, cut to 32 bits.
+// on purpose: these routines are internal, and the guard needs them).
+// Result: the bytes written, cut to 32 bits.
 extern "C" {
 VORN_INTERNAL ub4 lomp_decode_dict_8_bit(const ub1 *codes, ub4 m, const ub8 *slots, const ub1 *lens,
                                          ub1 *out, ub4 capacity, ub4 symbols);

@@ -44,9 +44,10 @@
 // no register is copied) and the block's words are complemented once each.
 // An empty interval tests against the lane's signed maximum and is not
 // complemented; the whole range of numbers, whose size does not fit a lane,
-// is the complement of that.  The null rule raises lo to 1.  A constant tz only decides whether
-// each end admits its own literal (for ge: a when t >= u, else a + 1), so
-// with VORN_TZ_CONST the orders are intervals too and the loop reads no tz.
+// is the complement of that.  The null rule raises lo to 1.  A constant tz
+// only decides whether each end admits its own literal (for ge: a when
+// t >= u, else a + 1), so with VORN_TZ_CONST the orders are intervals too and
+// the loop reads no tz.
 // With a tz stream the value lanes are compared for order and for equality,
 // packed to bytes, and joined with the rows' tz compares there.
 #pragma once
