@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "decode/burst.h"
-#include "frame/compare_frame.h"
+#include "support/byte_equals.h"
 #include "support/run_columns.h"
 #include "support/test_host.h"
 
@@ -278,20 +278,6 @@ TEST(BurstDeathTest, AssertsARunLengthColumnAndTwoVectors) {
 
 // ---- The predicate's hand-over ------------------------------------------------
 
-// A test compare: codes of 8 bits equal to a literal.
-struct CodeEquals {
-    using Text = vorn::KernelText<vorn::Str("vorn_test_rle_compare")>;
-    ub1 literal;
-    ub8 scan(ub8 *out, const ub1 *stream, ub4 n) const {
-        std::memset(out, 0, (n + 63) / 64 * 8);
-        ub8 count = 0;
-        for (ub4 i = 0; i < n; ++i)
-            if (stream[i] == literal) out[i >> 6] |= ub8{1} << (i & 63), ++count;
-        return count;
-    }
-    bool test(const ub1 *stream, ub4 row) const { return stream[row] == literal; }
-};
-
 TEST(Burst, PredicateOnRunsExpandsThroughTheHostsBurst) {
     std::mt19937_64 rng(14);
     TestHost host;
@@ -307,7 +293,7 @@ TEST(Burst, PredicateOnRunsExpandsThroughTheHostsBurst) {
                 vorn_kernel_ctx k = host.kctx();
                 Result res(col->vec.size);
                 const unsigned calls = rle_expand_calls;
-                const ub8 code = vorn::compare_frame(&res.vec, &col->vec, CodeEquals{1}, &k);
+                const ub8 code = vorn::compare_frame(&res.vec, &col->vec, ByteEquals{1}, &k);
                 EXPECT_EQ(rle_expand_calls, calls + 1);
                 ub8 count = 0;
                 for (std::size_t i = 0; i < rows.size(); ++i) {

@@ -6,30 +6,12 @@
 
 #include <set>
 
-#include "frame/compare_frame.h"
+#include "support/byte_equals.h"
 #include "support/test_host.h"
 
 namespace {
 
 using namespace vorntest;
-
-struct ByteEquals {
-    using Text = vorn::KernelText<vorn::Str("vorn_test_compare")>;
-    ub1 literal;
-    mutable std::set<ub4> *tested = nullptr;
-
-    ub8 scan(ub8 *out, const ub1 *stream, ub4 n) const {
-        std::memset(out, 0, (n + 63) / 64 * 8);
-        ub8 count = 0;
-        for (ub4 i = 0; i < n; ++i)
-            if (stream[i] == literal) out[i >> 6] |= ub8{1} << (i & 63), ++count;
-        return count;
-    }
-    bool test(const ub1 *stream, ub4 row) const {
-        if (tested) tested->insert(row);
-        return stream[row] == literal;
-    }
-};
 
 std::unique_ptr<Column> byte_column(const std::vector<ub8> &values) { return fixed_column(values, 1, 8); }
 
