@@ -274,6 +274,16 @@ TEST(DecodeDict, CompressedColumnsOfEveryWidth) {
     }
 }
 
+// Decodes all `rows` rows of a column of width w, without ones_vec.
+Output decode_every_row(unsigned w, Column &col, ub4 rows) {
+    TestHost host;
+    vorn_kernel_ctx k = host.kctx();
+    k.ones_vec_size = rows;
+    Output out(rows);
+    EXPECT_EQ(decoder(w)(&out.vec, &col.vec, &k), 0u);
+    return out;
+}
+
 TEST(DecodeDict, ZeroAndSixtyFiveThousandFiveHundredThirtySixAreEmpty) {
     std::mt19937_64 rng(33);
     Dictionary d = variable_dictionary(rng, 4);
@@ -284,11 +294,7 @@ TEST(DecodeDict, ZeroAndSixtyFiveThousandFiveHundredThirtySixAreEmpty) {
     run_case(c, rng);
     auto col = packed_column(c.codes, 4);
     d.attach(col->enc);
-    TestHost host;
-    vorn_kernel_ctx k = host.kctx();
-    k.ones_vec_size = 8;
-    Output out(8);
-    decoder(4)(&out.vec, &col->vec, &k);
+    const Output out = decode_every_row(4, *col, 8);
     EXPECT_EQ(std::vector<ub2>(out.len.begin(), out.len.begin() + 4), (std::vector<ub2>{0, 0, 3, 1}));
     EXPECT_EQ(std::vector<ub2>(out.flag.begin(), out.flag.begin() + 4), (std::vector<ub2>{2, 2, 0, 0}));
     EXPECT_EQ(out.ptr[1], reinterpret_cast<ub8>(d.bytes.data()));  // the symbol's own address
@@ -303,11 +309,7 @@ TEST(DecodeDict, ReadsCodesWhereThePackedLayoutPutsThem) {
     auto col = packed_column(std::vector<ub8>(16, 0), 1);
     col->data.data()[1] = 0x40;
     d.attach(col->enc);
-    TestHost host;
-    vorn_kernel_ctx k = host.kctx();
-    k.ones_vec_size = 16;
-    Output out(16);
-    decoder(1)(&out.vec, &col->vec, &k);
+    const Output out = decode_every_row(1, *col, 16);
     for (ub4 r = 0; r < 16; ++r) EXPECT_EQ(out.ptr[r] - reinterpret_cast<ub8>(d.bytes.data()), r == 9 ? 1u : 0u);
 
     auto col9 = packed_column(std::vector<ub8>(2, 0), 9);
@@ -315,9 +317,7 @@ TEST(DecodeDict, ReadsCodesWhereThePackedLayoutPutsThem) {
     col9->data.data()[1] = 0x80 | 0x55;
     col9->data.data()[2] = 0xc0;
     d.attach(col9->enc);
-    k.ones_vec_size = 2;
-    Output out9(2);
-    decoder(9)(&out9.vec, &col9->vec, &k);
+    const Output out9 = decode_every_row(9, *col9, 2);
     EXPECT_EQ(out9.ptr[0] - reinterpret_cast<ub8>(d.bytes.data()), 0xa5u << 1 | 1);
     EXPECT_EQ(out9.ptr[1] - reinterpret_cast<ub8>(d.bytes.data()), 0x55u << 2 | 3);
 }
