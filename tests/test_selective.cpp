@@ -165,24 +165,28 @@ TEST(Selective, ListWithNoRoomReturnsAtOnce) {
 }
 
 TEST(Selective, DecreasingListOverLvRaisesAtTheThirdEntry) {
-    for (ub4 layout : {VORN_LV, VORN_LV_SEP}) {
-        std::vector<Value> values;
-        for (ub1 i = 0; i < 10; ++i) values.push_back(Value(i % 3 + 1, i));
+    const std::vector<ub4> list = {3, 7, 5};
+    // One call with the list {3, 7, 5}; returns the values copied.
+    auto copy_listed = [&](const std::vector<Value> &values, ub4 layout, TestHost &host) {
         auto src = value_column(values, layout);
-        const std::vector<ub4> list = {3, 7, 5};
-        TestHost host;
         vorn_kernel_ctx k = host.kctx();
         k.ones_vec = list.data();
         k.ones_vec_size = 3;
         auto res = result_column(layout, 10, 100);
         clear_raised();
         EXPECT_EQ(ctx().vorn_selective_dydi(&res->vec, &src->vec, &k), 0u);
+        return copied_values(*res);
+    };
+    for (ub4 layout : {VORN_LV, VORN_LV_SEP}) {
+        std::vector<Value> values;
+        for (ub1 i = 0; i < 10; ++i) values.push_back(Value(i % 3 + 1, i));
+        TestHost host;
+        const auto got = copy_listed(values, layout, host);
         ASSERT_EQ(raised().size(), 1u) << layout_name(layout);
         EXPECT_EQ(raised()[0].message, "vorn_selective found decreasing indices in ones_vec with LV or LV_SEP input");
         EXPECT_EQ(raised()[0].env, host.services.env);
         EXPECT_EQ(raised()[0].error_context, TestHost::kErrorContext);
         // The walk stayed at row 7 and copied it again.
-        const auto got = copied_values(*res);
         ASSERT_EQ(got.size(), 3u);
         EXPECT_EQ(got[0], values[3]);
         EXPECT_EQ(got[1], values[7]);
@@ -190,17 +194,10 @@ TEST(Selective, DecreasingListOverLvRaisesAtTheThirdEntry) {
         clear_raised();
     }
     // The pointer layouts have random access and say nothing.
-    auto src = value_column({{1}, {2}, {3}, {4}, {5}, {6}, {7}, {8}}, VORN_PTR_LEN);
-    const std::vector<ub4> list = {3, 7, 5};
     TestHost host;
-    vorn_kernel_ctx k = host.kctx();
-    k.ones_vec = list.data();
-    k.ones_vec_size = 3;
-    auto res = result_column(VORN_PTR_LEN, 10, 0);
-    clear_raised();
-    EXPECT_EQ(ctx().vorn_selective_dydi(&res->vec, &src->vec, &k), 0u);
+    const auto got = copy_listed({{1}, {2}, {3}, {4}, {5}, {6}, {7}, {8}}, VORN_PTR_LEN, host);
     EXPECT_TRUE(raised().empty());
-    EXPECT_EQ(copied_values(*res)[2], (Value{6}));
+    EXPECT_EQ(got[2], (Value{6}));
 }
 
 // A stop right after an entry that went back leaves byte_pos at that entry's
