@@ -102,3 +102,14 @@ ub8 vorn_header_c11_call(const vorn_specialized_ctx *ctx, vorn_vec *res, vorn_ve
     if (VORN_ENC_CTX_FLAG(VORN_VEC_ENC_CTX(src), VORN_RLE)) return 2;
     return ctx->dispatch_table[index].cmp(res, src, literals, kctx);
 }
+
+/* The partition control record, in its field order. */
+_Static_assert(offsetof(vorn_partition_ctrl, flags) == 0, "flags");
+_Static_assert(offsetof(vorn_partition_ctrl, high_bit) == 4, "high_bit");
+_Static_assert(offsetof(vorn_partition_ctrl, low_bit) == 5, "low_bit");
+_Static_assert(offsetof(vorn_partition_ctrl, payload_bytes) == 8, "payload_bytes");
+_Static_assert(offsetof(vorn_partition_ctrl, cursors) == 16, "cursors");
+_Static_assert(offsetof(vorn_partition_ctrl, limits) == 24, "limits");
+_Static_assert(sizeof(vorn_partition_ctrl) == 32, "four words");
+/* stop_row is the partition kernel's name of stop_part. */
+_Static_assert(offsetof(vorn_kernel_ctx, stop_row) == offsetof(vorn_kernel_ctx, stop_part), "one field");
