@@ -417,12 +417,10 @@ typedef struct vorn_partition_ctrl {
  *              layouts.  src VORN_ALIGNED|VORN_LV: re-partition of such
  *              records, hash read at byte 2, each copied whole.
  *     8|4      hash, payload_bytes bytes of second (VORN_FIXED) (8 + payload_bytes)
- *     VORN_PART_NO_COPY with 8|2 or 8|4 gives 2; so does every other flag set.
+ *     VORN_PART_NO_COPY with 8|2 or 8|4 gives 2, as does any other combination.
  *
- * For large runs the fixed shapes without "-" bytes gather each partition's
- * records in a 64-byte line on the stack (up to 4096 partitions, 256 KiB)
- * and write whole lines with non-temporal stores; the kernel returns with
- * every record in memory either way.
+ * Every record is in memory when the kernel returns; the stores are plain
+ * (cached) stores, so a host that reads a partition next finds it in cache.
  */
 typedef ub8 (*vorn_partition_fn)(vorn_partition_ctrl *ctrl, vorn_vec *src, vorn_vec *second,
                                  vorn_vec *third, vorn_hash_fn hash, vorn_kernel_ctx *kctx);

@@ -424,7 +424,9 @@ public:
             ASSERT_EQ(collected_[p].size(), want[p].size()) << "partition " << p;
             for (std::size_t i = 0; i < want[p].size(); ++i) {
                 const int expect = want[p][i] == kUnwritten ? kFill : want[p][i];
-                if (collected_[p][i] != expect) ASSERT_EQ(collected_[p][i], expect) << "partition " << p << " byte " << i;
+                if (collected_[p][i] != expect) {
+                    ASSERT_EQ(collected_[p][i], expect) << "partition " << p << " byte " << i;
+                }
             }
         }
     }
@@ -498,14 +500,15 @@ TEST(Partition, WideFanOutAndHighBit63) {
     }
 }
 
-// Runs long enough for the line buffers: records of 16 and 24 bytes (the
-// latter crossing lines), buffers that start anywhere in a line.
-TEST(Partition, LongRunsThroughLineBuffers) {
+// Long runs over 16 and 256 partitions (the latter with the destination
+// prefetch), records of 16 and 24 bytes, buffers that start anywhere.
+TEST(Partition, LongRuns) {
     std::mt19937_64 rng(26);
     const ub8 n = 70000;
-    std::vector<Scenario> runs = rid_hash_scenarios(rng, n);
-    runs.resize(1);  // keys of VORN_FIXED, hashed in blocks
-    for (Scenario &s : rid_hash_scenarios(rng, n)) if (s.name == "rid hash over HASHES") runs.push_back(std::move(s));
+    std::vector<Scenario> runs;
+    // Keys of VORN_FIXED hashed in blocks, and a column of hashes.
+    for (Scenario &s : rid_hash_scenarios(rng, n))
+        if (s.name == "rid hash over FIXED" || s.name == "rid hash over HASHES") runs.push_back(std::move(s));
     for (Scenario &s : hashed_scenarios(rng, n)) if (s.name == "payload8 rid" || s.name == "payload4") runs.push_back(std::move(s));
     for (unsigned part_bits : {4u, 8u}) {
         const Bits bits = random_bits(rng, part_bits);

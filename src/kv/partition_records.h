@@ -1,9 +1,11 @@
 // partition_records.h - the record shapes that vorn_partition_dydi writes.
-// Each writer knows its size, whether it leaves bytes unwritten (such a
-// record never goes through the line buffers, which write whole lines), and
-// how to write row `row` with hash h.  All fields are little-endian, records
+// Each writer knows its size (kSize, or 0 for a size per row) and how to
+// write row `row` with hash h; it never writes the bytes that a shape
+// leaves as they were.  All fields are little-endian, records
 // packed end to end.
 #pragma once
+
+#include <emmintrin.h>
 
 #include <type_traits>
 
@@ -14,7 +16,6 @@ namespace vorn::part {
 // {hash}
 struct HashRecord : NoPayloadWalk {
     static constexpr ub8 kSize = 8;
-    static constexpr bool kGapless = true;
     explicit HashRecord(const vorn_vec *, const vorn_vec *) {}
     VORN_INLINE ub8 size(ub8) const { return kSize; }
     VORN_INLINE void write(ub1 *d, ub8, ub8 h) const { store<ub8>(d, h); }
@@ -24,7 +25,6 @@ struct HashRecord : NoPayloadWalk {
 template <class Rids>
 struct RidHashRecord : NoPayloadWalk {
     static constexpr ub8 kSize = 16;
-    static constexpr bool kGapless = true;
     Rids rids;
     RidHashRecord(const vorn_vec *rid_col, const vorn_vec *) : rids(rid_col) {}
     VORN_INLINE ub8 size(ub8) const { return kSize; }
@@ -40,7 +40,6 @@ template <class P, class Rids>
 struct PayloadHashRecord : NoPayloadWalk {
     static constexpr bool kRid = !std::is_void_v<Rids>;
     static constexpr ub8 kSize = kRid ? 24 : 16;
-    static constexpr bool kGapless = true;
     const ub1 *payload;
     std::conditional_t<kRid, Rids, AutoRids> rids;
     PayloadHashRecord(const vorn_vec *rid_col, const vorn_vec *payload_col)
@@ -61,7 +60,6 @@ struct Value32Record : NoPayloadWalk {
     static constexpr bool kRid = !std::is_void_v<Rids>;
     static constexpr bool kWideHash = sizeof(H) == 8;
     static constexpr ub8 kSize = (kWideHash ? 16 : 8) + (kRid ? 8 : 0);
-    static constexpr bool kGapless = !kWideHash;
     const ub1 *values;
     std::conditional_t<kRid, Rids, AutoRids> rids;
     Value32Record(const vorn_vec *rid_col, const vorn_vec *value_col)
@@ -98,7 +96,6 @@ template <class Refs, class Rids>
 struct RefRecord : NoPayloadWalk {
     static constexpr bool kRid = !std::is_void_v<Rids>;
     static constexpr ub8 kSize = kRid ? 32 : 24;
-    static constexpr bool kGapless = false;
     Refs refs;
     std::conditional_t<kRid, Rids, AutoRids> rids;
     RefRecord(const vorn_vec *rid_col, const vorn_vec *ref_col)
@@ -124,7 +121,6 @@ template <class Rids>
 struct Key32Record : NoPayloadWalk {
     static constexpr bool kRid = !std::is_void_v<Rids>;
     static constexpr ub8 kSize = kRid ? 16 : 4;
-    static constexpr bool kGapless = !kRid;
     std::conditional_t<kRid, Rids, AutoRids> rids;
     Key32Record(const vorn_vec *rid_col, const vorn_vec *key_col) : rids(kRid ? rid_col : key_col) {}
     VORN_INLINE ub8 size(ub8) const { return kSize; }
@@ -137,7 +133,6 @@ struct Key32Record : NoPayloadWalk {
 // Finished {row id, hash} records, copied as they are.
 struct RidHashCopy : NoPayloadWalk {
     static constexpr ub8 kSize = 16;
-    static constexpr bool kGapless = true;
     const ub1 *records;
     RidHashCopy(const vorn_vec *, const vorn_vec *src) : records(layout::bytes_of(src->data)) {}
     VORN_INLINE ub8 size(ub8) const { return kSize; }
@@ -156,7 +151,6 @@ struct RidHashRecords {
 // of a VORN_FIXED column.
 struct HashPayloadRecord : NoPayloadWalk {
     static constexpr ub8 kSize = 0;
-    static constexpr bool kGapless = true;
     const ub1 *payload;
     ub8 stride, bytes;
     HashPayloadRecord(const vorn_vec *payload_col, ub4 payload_bytes)
@@ -186,7 +180,6 @@ struct RandomPayload {
 template <class Walk>
 struct VarRecord {
     static constexpr ub8 kSize = 0;
-    static constexpr bool kGapless = true;
     Walk walk;
     Value v{};
     VarRecord(const vorn_vec *payload_col, const vorn_kernel_ctx *k)
