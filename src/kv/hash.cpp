@@ -18,7 +18,8 @@ extern "C" ub8 vorn_hash_dydi(vorn_vec *res, vorn_vec *src, vorn_vec *seeds, vor
     namespace layout = vorn::layout;
     // The seeds must be whole ub8 values; this is checked before anything
     // else is looked at.
-    if (!VORN_ENC_CTX_FLAG(seeds->enc_ctx, VORN_ALIGNED)) return kUnsupported;
+    if (!seeds->enc_ctx || !VORN_ENC_CTX_FLAG(seeds->enc_ctx, VORN_ALIGNED)) return kUnsupported;
+    if (!src->enc_ctx) return kUnsupported;
     const Seeds s{static_cast<const ub1 *>(seeds->data), seeds->size == 1};
     ub8 *out = static_cast<ub8 *>(res->data);
     const ub4 flags = src->enc_ctx->flags;
