@@ -102,3 +102,22 @@ ub8 vorn_header_c11_call(const vorn_specialized_ctx *ctx, vorn_vec *res, vorn_ve
     if (VORN_ENC_CTX_FLAG(VORN_VEC_ENC_CTX(src), VORN_RLE)) return 2;
     return ctx->dispatch_table[index].cmp(res, src, literals, kctx);
 }
+
+/* The key-value table header, byte by byte, as a C host lays it out. */
+_Static_assert(sizeof(vorn_kv) == 248, "the table header is 8 bytes and three regions");
+_Static_assert(offsetof(vorn_kv, flags) == 0, "flags at byte 0");
+_Static_assert(offsetof(vorn_kv, key_bits) == 4, "key_bits at byte 4");
+_Static_assert(offsetof(vorn_kv, regions[0]) == 8, "region 0 at byte 8");
+_Static_assert(offsetof(vorn_kv, regions[1]) == 88, "region 1 at byte 88");
+_Static_assert(offsetof(vorn_kv, regions[2]) == 168, "region 2 at byte 168");
+_Static_assert(offsetof(vorn_kv_region, page_count) == 0, "page_count at 0");
+_Static_assert(offsetof(vorn_kv_region, segment_bits) == 4, "segment_bits at 4");
+_Static_assert(offsetof(vorn_kv_region, page_bits) == 5, "page_bits at 5");
+_Static_assert(offsetof(vorn_kv_region, group_bits) == 6, "group_bits at 6");
+_Static_assert(offsetof(vorn_kv_region, unit_bits) == 8, "unit_bits at 8");
+_Static_assert(offsetof(vorn_kv_region, entries) == 10, "entries at 10");
+_Static_assert(offsetof(vorn_kv_region, active) == 12, "active at 12");
+_Static_assert(offsetof(vorn_kv_region, pages) == 24, "pages at 24");
+_Static_assert(offsetof(vorn_kv_region, mapped) == 48, "mapped at 48");
+_Static_assert(VORN_KV_PTR == 0x4000 && VORN_KV_PREFETCH == 0x8000 && VORN_KV_UNIQUE == 0x10000,
+               "the table flag bits");
