@@ -361,3 +361,22 @@ TEST(KvArrays, TheEntryChoosesTheArrayMember) {
 }
 
 }  // namespace
+
+namespace {
+
+// Hands out a list-record id that does not fit a slot word.
+ub8 grant_wide_id(vorn_kv_region *, ub8, ub8 *id, ...) {
+    *id = ub8{1} << 32;
+    return 0;
+}
+
+TEST(KvArraysDeathTest, ListIdThatDoesNotFitFailsTheAssertion) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    KvTable t(VORN_KV_FLAGS(VORN_KV_K4V4, 4), 10, 10);
+    const ub4 keys[] = {9, 9};
+    ub8 pos = 0, status[2];
+    EXPECT_DEATH(vorn_kv_ll_add_k4v4_key32_autorid_arid4(&t.kv, 2, keys, 0, &pos, grant_wide_id, status),
+                 "vornc_x86.*id == \\(ub4\\) id");
+}
+
+}  // namespace
