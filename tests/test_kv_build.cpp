@@ -189,6 +189,13 @@ TEST(KvBuild, RefusedInputs) {
     auto k4 = table(VORN_KV_K4, 0, false, 10);
     b.hash_enc.width_code = 22;
     EXPECT_EQ(b.run(*k4, ctx, status), 2u);
+    // A value kind without a value column.
+    b.with_values = false;
+    EXPECT_EQ(b.run(*t, ctx, status), 2u);
+    b.hash_enc.width_code = 21;
+    EXPECT_EQ(b.run(*t, ctx, status), 2u);
+    b.hash_enc.width_code = 22;
+    b.with_values = true;
     // A form above 5.
     t->kv.flags = VORN_KV_FLAGS(VORN_KV_K4V4, 6);
     EXPECT_EQ(b.run(*t, ctx, status), 2u);

@@ -18,10 +18,16 @@ ub8 add_values_hash(VORN_KV_ADD_ARGS) {
     return run_values<K, Hash32, kTag, 0>(kv, segment, hash_vec->size, hash_vec->data, nullptr, val_vec, ctx,
                                           grow, status);
 }
+// Every folded member of a value kind needs the value column.
+#define VORN_KV_NEEDS_VALUES(K) \
+    if (kBucketKinds[K].value_bytes != 0 && val_vec == nullptr) return 2
+
 template <ub4 K> ub8 add_hash64_values_hash(VORN_KV_ADD_ARGS) {
+    VORN_KV_NEEDS_VALUES(K);
     return add_values_hash<K, false>(kv, hash_vec, val_vec, key_vec, segment_id, ctx, grow, status);
 }
 template <ub4 K> ub8 add_hash32_values_hash(VORN_KV_ADD_ARGS) {
+    VORN_KV_NEEDS_VALUES(K);
     return add_values_hash<K, true>(kv, hash_vec, val_vec, key_vec, segment_id, ctx, grow, status);
 }
 
@@ -33,9 +39,11 @@ ub8 add_codes(VORN_KV_ADD_ARGS) {
                                            static_cast<const ub1 *>(key_vec->data), val_vec, ctx, grow, status);
 }
 template <ub4 K> ub8 add_gd_gd(VORN_KV_ADD_ARGS) {
+    VORN_KV_NEEDS_VALUES(K);
     return add_codes<K, false>(kv, hash_vec, val_vec, key_vec, segment_id, ctx, grow, status);
 }
 template <ub4 K> ub8 add_gdhc_gd(VORN_KV_ADD_ARGS) {
+    VORN_KV_NEEDS_VALUES(K);
     return add_codes<K, true>(kv, hash_vec, val_vec, key_vec, segment_id, ctx, grow, status);
 }
 
@@ -58,6 +66,7 @@ ub8 add_fixed_blocks(vorn_kv *kv, ub1 *segment, const vorn_vec *hash_vec, const 
     return staged_blocks<K>(hash_vec->size, ctx, stage, add);
 }
 template <ub4 K> ub8 add_hash32_fixed(VORN_KV_ADD_ARGS) {
+    VORN_KV_NEEDS_VALUES(K);
     ub1 *segment = vorn_map_segment(kv, segment_id);
     if (is_autorid(val_vec))
         return add_fixed_blocks<K, kAutorid>(kv, segment, hash_vec, val_vec, key_vec, ctx, grow, status);

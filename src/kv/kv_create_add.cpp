@@ -97,9 +97,8 @@ ub8 stage_and_add(const Call &c, bool var_keys, bool hash32) {
     };
     ub1 *segment = vorn_map_segment(c.kv, c.segment_id);
     const ub8 rows = c.hash_vec->size;
-    constexpr ub4 V = 8;  // room for the widest value; the kind's width is read below
     const ub4 value_bytes = kBucketKinds[c.kind].value_bytes;
-    static_cast<void>(V);
+    if (value_bytes != 0 && c.val_vec == nullptr) return 2;
     if (value_bytes == 0) {
         if (hash32) {
             const Slot32Fn fn = kSlot32.at(c.kind, c.ptr);
@@ -168,6 +167,7 @@ ub8 form_tags(const Call &c) {
     }
     if (wc == kWidth32) {
         if (const auto fn = kHash32ValuesHash.at(c.kind, false)) return c.folded(fn);
+        if (c.val_vec == nullptr) return 2;
         if (is_autorid(c.val_vec)) {
             if (const auto fn = kHash32Autorid.at(c.kind, c.ptr))
                 return c.low_level(fn, c.hash_vec->size, c.hashes32(), static_cast<ub8>(c.val_vec->base_rid));
@@ -243,6 +243,7 @@ ub8 form_rids(const Call &c) {
     if (!has_flag(c.key_vec, VORN_KEY32)) return 2;
     const ub4 *keys = static_cast<const ub4 *>(c.key_vec->data);
     const ub8 rows = c.key_vec->size;
+    if (c.val_vec == nullptr) return 2;
     const bool autorid = is_autorid(c.val_vec);
     if (c.kind == VORN_KV_K4V4) {
         if (autorid) return c.array_member(vorn_kv_ll_add_k4v4_key32_autorid_arid4, rows, keys, static_cast<ub8>(c.val_vec->base_rid));
