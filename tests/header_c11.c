@@ -113,3 +113,21 @@ _Static_assert(offsetof(vorn_partition_ctrl, limits) == 24, "limits");
 _Static_assert(sizeof(vorn_partition_ctrl) == 32, "four words");
 /* stop_row is the partition kernel's name of stop_part. */
 _Static_assert(offsetof(vorn_kernel_ctx, stop_row) == offsetof(vorn_kernel_ctx, stop_part), "one field");
+/* The key-value table header, byte by byte, as a C host lays it out. */
+_Static_assert(sizeof(vorn_kv) == 248, "the table header is 8 bytes and three regions");
+_Static_assert(offsetof(vorn_kv, flags) == 0, "flags at byte 0");
+_Static_assert(offsetof(vorn_kv, key_bits) == 4, "key_bits at byte 4");
+_Static_assert(offsetof(vorn_kv, regions[0]) == 8, "region 0 at byte 8");
+_Static_assert(offsetof(vorn_kv, regions[1]) == 88, "region 1 at byte 88");
+_Static_assert(offsetof(vorn_kv, regions[2]) == 168, "region 2 at byte 168");
+_Static_assert(offsetof(vorn_kv_region, page_count) == 0, "page_count at 0");
+_Static_assert(offsetof(vorn_kv_region, segment_bits) == 4, "segment_bits at 4");
+_Static_assert(offsetof(vorn_kv_region, page_bits) == 5, "page_bits at 5");
+_Static_assert(offsetof(vorn_kv_region, group_bits) == 6, "group_bits at 6");
+_Static_assert(offsetof(vorn_kv_region, unit_bits) == 8, "unit_bits at 8");
+_Static_assert(offsetof(vorn_kv_region, entries) == 10, "entries at 10");
+_Static_assert(offsetof(vorn_kv_region, active) == 12, "active at 12");
+_Static_assert(offsetof(vorn_kv_region, pages) == 24, "pages at 24");
+_Static_assert(offsetof(vorn_kv_region, mapped) == 48, "mapped at 48");
+_Static_assert(VORN_KV_PTR == 0x4000 && VORN_KV_PREFETCH == 0x8000 && VORN_KV_UNIQUE == 0x10000,
+               "the table flag bits");

@@ -1,0 +1,7 @@
+// kv_add_slot_autorid.cpp - low-level bucket adds of key slots with row numbers as values.
+// The family is split over several files to keep each compile short.
+#include "kv/kv_ll_define.h"
+
+extern "C" {
+VORN_KV_LL_SLOT_VALUE_MEMBERS_B(VORN_KV_LL_DEFINE)
+}  // extern "C"
