@@ -102,3 +102,27 @@ ub8 vorn_header_c11_call(const vorn_specialized_ctx *ctx, vorn_vec *res, vorn_ve
     if (VORN_ENC_CTX_FLAG(VORN_VEC_ENC_CTX(src), VORN_RLE)) return 2;
     return ctx->dispatch_table[index].cmp(res, src, literals, kctx);
 }
+
+/* The row-assembly records, field by field. */
+_Static_assert(offsetof(vorn_gather_spec, flags) == 0, "gather flags");
+_Static_assert(offsetof(vorn_gather_spec, num_cols) == 4, "gather num_cols");
+_Static_assert(offsetof(vorn_gather_spec, row_stride) == 6, "gather row_stride");
+_Static_assert(offsetof(vorn_gather_spec, col_lens) == 8, "gather col_lens");
+_Static_assert(offsetof(vorn_gather_spec, col_offsets) == 16, "gather col_offsets");
+_Static_assert(offsetof(vorn_gather_spec, high_bit) == 24, "gather high_bit");
+_Static_assert(offsetof(vorn_gather_spec, low_bit) == 25, "gather low_bit");
+_Static_assert(offsetof(vorn_gather_spec, ref_pages) == 32, "gather ref_pages");
+_Static_assert(offsetof(vorn_gather_spec, offset_pages) == 40, "gather offset_pages");
+_Static_assert(offsetof(vorn_gather_spec, data_pages) == 48, "gather data_pages");
+_Static_assert(sizeof(vorn_gather_spec) == 56, "gather spec size");
+_Static_assert(offsetof(vorn_transpose_spec, flags) == 0, "transpose flags");
+_Static_assert(offsetof(vorn_transpose_spec, num_cols) == 2, "transpose num_cols");
+_Static_assert(offsetof(vorn_transpose_spec, row_stride) == 4, "transpose row_stride");
+_Static_assert(offsetof(vorn_transpose_spec, col_lens) == 8, "transpose col_lens");
+_Static_assert(offsetof(vorn_transpose_spec, col_offsets) == 16, "transpose col_offsets");
+_Static_assert(offsetof(vorn_transpose_spec, ref_tables) == 24, "transpose ref_tables");
+_Static_assert(offsetof(vorn_transpose_spec, ref_cursors) == 32, "transpose ref_cursors");
+_Static_assert(offsetof(vorn_transpose_spec, offset_cursors) == 40, "transpose offset_cursors");
+_Static_assert(offsetof(vorn_transpose_spec, data_cursors) == 48, "transpose data_cursors");
+_Static_assert(offsetof(vorn_transpose_spec, data_limits) == 56, "transpose data_limits");
+_Static_assert(sizeof(vorn_transpose_spec) == 64, "transpose spec size");
