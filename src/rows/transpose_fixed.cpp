@@ -50,10 +50,27 @@ constexpr const char *fixed_loop_name(ub8 width) {
     return "vorn_transpose_fixed_fixed";
 }
 
-// Stores the 8 / sizeof(T) elements of a 64-bit word at their stride.
+// The offsets of the rows that one 64-bit word of the source fills: k *
+// stride for its elements k.  They are made opaque to the compiler, which
+// would otherwise turn the stores of a word into a chain of dependent
+// pointer additions, one per element: the stores then go no faster than
+// that chain.
+template <class T>
+struct WordOffsets {
+    static constexpr ub8 kPerWord = 8 / sizeof(T);
+    ub8 at[kPerWord];
+    explicit WordOffsets(ub8 stride) {
+        for (ub8 k = 0; k < kPerWord; ++k) {
+            at[k] = k * stride;
+            asm("" : "+r"(at[k]));
+        }
+    }
+};
+
+// Stores the elements of a 64-bit word at their rows.
 template <class T, std::size_t... k>
-VORN_INLINE void scatter_word(ub8 word, ub1 *dst, ub8 stride, std::index_sequence<k...>) {
-    (store<T>(dst + k * stride, static_cast<T>(word >> (8 * sizeof(T) * k))), ...);
+VORN_INLINE void scatter_word(ub8 word, ub1 *dst, const WordOffsets<T> &offsets, std::index_sequence<k...>) {
+    (store<T>(dst + offsets.at[k], static_cast<T>(word >> (8 * sizeof(T) * k))), ...);
 }
 
 // Elements of sizeof(T) bytes: one at a time up to the source's 16-byte
@@ -72,20 +89,22 @@ VORN_NOINLINE ub8 scatter_fixed(const vorn_transpose_spec *spec, const vorn_vec 
     if (head > n) head = n;
     for (; i < head; ++i) store<T>(d + i * stride, load<T>(s + i * sizeof(T)));
     constexpr auto kWord = std::make_index_sequence<kPerWord>();
-    for (; i + 2 * kPerVector <= n; i += 2 * kPerVector) {
+    const WordOffsets<T> offsets(stride);
+    ub8 word_step = kPerWord * stride;
+    asm("" : "+r"(word_step));
+    ub1 *o = d + i * stride;
+    for (; i + 2 * kPerVector <= n; i += 2 * kPerVector, o += 4 * word_step) {
         const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + i * sizeof(T)));
         const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + i * sizeof(T) + 16));
-        ub1 *o = d + i * stride;
-        scatter_word<T>(static_cast<ub8>(_mm_cvtsi128_si64(a)), o, stride, kWord);
-        scatter_word<T>(static_cast<ub8>(_mm_extract_epi64(a, 1)), o + kPerWord * stride, stride, kWord);
-        scatter_word<T>(static_cast<ub8>(_mm_cvtsi128_si64(b)), o + 2 * kPerWord * stride, stride, kWord);
-        scatter_word<T>(static_cast<ub8>(_mm_extract_epi64(b, 1)), o + 3 * kPerWord * stride, stride, kWord);
+        scatter_word<T>(static_cast<ub8>(_mm_cvtsi128_si64(a)), o, offsets, kWord);
+        scatter_word<T>(static_cast<ub8>(_mm_extract_epi64(a, 1)), o + word_step, offsets, kWord);
+        scatter_word<T>(static_cast<ub8>(_mm_cvtsi128_si64(b)), o + 2 * word_step, offsets, kWord);
+        scatter_word<T>(static_cast<ub8>(_mm_extract_epi64(b, 1)), o + 3 * word_step, offsets, kWord);
     }
     if (i + kPerVector <= n) {
         const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + i * sizeof(T)));
-        ub1 *o = d + i * stride;
-        scatter_word<T>(static_cast<ub8>(_mm_cvtsi128_si64(a)), o, stride, kWord);
-        scatter_word<T>(static_cast<ub8>(_mm_extract_epi64(a, 1)), o + kPerWord * stride, stride, kWord);
+        scatter_word<T>(static_cast<ub8>(_mm_cvtsi128_si64(a)), o, offsets, kWord);
+        scatter_word<T>(static_cast<ub8>(_mm_extract_epi64(a, 1)), o + word_step, offsets, kWord);
         i += kPerVector;
     }
     for (; i < n; ++i) store<T>(d + i * stride, load<T>(s + i * sizeof(T)));
