@@ -322,6 +322,17 @@ typedef struct vorn_xlate_table {
  *   VORN_STORE_FIXED (0x4): data_pages[p] + r * row_stride +
  *     col_offsets[c], col_lens[c] bytes.
  * A spec with several of them is read as the first of 0x10, 0x8, 0x4.
+ * VORN_STORE_ONE_COL is read by vorn_gather_dydi alone: the one-column and
+ * column-list gathers always address value c of a row as above.
+ *
+ * Results (res.enc_ctx's layout): every call writes from the start of
+ * res.data; res.byte_capacity is the room in bytes at res.data on entry and
+ * the bytes written on return, res.size the values written.  A value takes
+ * its length (VORN_LV_SEP, VORN_FIXED), its length + 2 (VORN_LV), 8
+ * (VORN_PTR_LEN) or 10 (VORN_LEN_PTR) bytes of room; VORN_LV_SEP and
+ * VORN_PTR_LEN put their ub2 lengths at res.data2.  A value without room
+ * stops the call with 19 and row_pos at its row: the row's earlier values
+ * stay in the result and the next call begins the row again.
  */
 #define VORN_STORE_ONE_COL 0x2u      /* a row is one value (one reference, one offset) */
 #define VORN_STORE_FIXED 0x4u        /* rows of fixed stride */
