@@ -117,6 +117,7 @@ struct vorn_enc_ctx {
     ub1 elem_type;              /* vector columns and group-by sum: element type */
     ub1 elem_type_ext;          /* one further byte, read by the vector parser only */
     ub2 max_len;                /* largest value length in bytes */
+    const void *code_values;    /* VORN_CODE_VALUES: the value of each code, native ub4 or ub8 */
 };
 
 #define VORN_ENC_CTX_FLAG(enc_ctx, flag) (((enc_ctx)->flags & (ub4)(flag)) != 0)
@@ -533,6 +534,97 @@ typedef ub8 (*vorn_layout_kv_fn)(ub8 distinct_estimate, ub8 row_count, ub4 *flag
 typedef ub8 (*vorn_create_add_kv_fn)(vorn_kv *kv, vorn_vec *hash_vec, vorn_vec *val_vec,
                                      vorn_vec *key_vec, sb8 segment_id, vorn_kernel_ctx *ctx,
                                      vorn_kv_grow_fn grow, ub8 *status);
+/* Row assembly: gathers out of paged row stores, transposes into them.     */
+/* ------------------------------------------------------------------------ */
+/*
+ * A row store is laid out by the host in pages.  A row id names its page and
+ * its slot in the page by two bit numbers: slot = id & (2^low_bit - 1), page
+ * = (id & mask(high_bit)) >> low_bit, with mask(h) = 2^(h + 1) - 1 and all
+ * ones for h = 63.  A low_bit of 64 makes the store one page: page 0, slot =
+ * id.  A slot is 32 bits: of a 64-bit id only the low 32 bits reach it.
+ *
+ * Store forms (flags), the value of column c of slot r in page p:
+ *   VORN_STORE_REFS (0x10): ten-byte references, ref_pages[p] + 10 *
+ *     (r * num_cols + c): a native ub2 length, an unaligned native ub8
+ *     address; with VORN_STORE_ONE_COL one reference per row, at 10 * r.
+ *   VORN_STORE_OFFSETS (0x8): native ub4 offsets into data_pages[p], o =
+ *     offset_pages[p] + r * num_cols: value c is o[c] to o[c + 1], so a row
+ *     of n columns reads n + 1 offsets; with VORN_STORE_ONE_COL o =
+ *     offset_pages[p] + r.
+ *   VORN_STORE_FIXED (0x4): data_pages[p] + r * row_stride +
+ *     col_offsets[c], col_lens[c] bytes.
+ * A spec with several of them is read as the first of 0x10, 0x8, 0x4.
+ * VORN_STORE_ONE_COL is read by vorn_gather_dydi alone: the one-column and
+ * column-list gathers always address value c of a row as above.
+ *
+ * Results (res.enc_ctx's layout): every call writes from the start of
+ * res.data; res.byte_capacity is the room in bytes at res.data on entry and
+ * the bytes written on return, res.size the values written.  A value takes
+ * its length (VORN_LV_SEP, VORN_FIXED), its length + 2 (VORN_LV), 8
+ * (VORN_PTR_LEN) or 10 (VORN_LEN_PTR) bytes of room; VORN_LV_SEP and
+ * VORN_PTR_LEN put their ub2 lengths at res.data2.  A value without room
+ * stops the call with 19 and row_pos at its row: the row's earlier values
+ * stay in the result and the next call begins the row again.
+ */
+#define VORN_STORE_ONE_COL 0x2u      /* a row is one value (one reference, one offset) */
+#define VORN_STORE_FIXED 0x4u        /* rows of fixed stride */
+#define VORN_STORE_OFFSETS 0x8u      /* rows addressed through ub4 offset pages */
+#define VORN_STORE_REFS 0x10u        /* rows of ten-byte references */
+#define VORN_STORE_LEN_FIELDS 0x20u  /* transpose only: values keep a ub2 length in the bytes */
+
+/* On a VORN_CODE_ARRAY column: each code indexes enc_ctx->code_values, a
+ * native array of ub4 (or ub8) values; vorn_transpose_fixed_dydi writes the
+ * value instead of the code. */
+#define VORN_CODE_VALUES 0x800000u
+
+typedef struct vorn_gather_spec {
+    ub4 flags;                   /* VORN_STORE_* */
+    ub2 num_cols;                /* columns per row of the store; fetched per row by vorn_gather_dydi */
+    ub2 row_stride;              /* VORN_STORE_FIXED: bytes of a row */
+    const ub1 *col_lens;         /* VORN_STORE_FIXED: bytes of each column */
+    const ub1 *col_offsets;      /* VORN_STORE_FIXED: each column's offset in the row */
+    ub1 high_bit;                /* highest id bit of the page number */
+    ub1 low_bit;                 /* lowest id bit of the page number; 64: one page */
+    const ub1 *const *ref_pages; /* VORN_STORE_REFS: per page, its ten-byte references */
+    const ub4 *const *offset_pages; /* VORN_STORE_OFFSETS: per page, its ub4 offsets */
+    const ub1 *const *data_pages;   /* VORN_STORE_OFFSETS, VORN_STORE_FIXED: per page, its bytes */
+} vorn_gather_spec;
+
+/*
+ * The transposes fill one block (one page) of a store at a time; the host
+ * hands in, per block, the cursors at which the next record goes, and the
+ * kernels move the cursors of the variable stores.  flags as above:
+ * VORN_STORE_ONE_COL with VORN_STORE_REFS writes one reference per row to
+ * the row's bytes, each value behind a native ub2 length; with
+ * VORN_STORE_LEN_FIELDS and not VORN_STORE_ONE_COL each value has its ub2
+ * length in the bytes and its reference points behind it.
+ */
+typedef struct vorn_transpose_spec {
+    ub1 flags;                   /* VORN_STORE_* */
+    ub2 num_cols;                /* references per row */
+    ub2 row_stride;              /* VORN_STORE_FIXED: bytes of a row */
+    const ub1 *col_lens;         /* VORN_STORE_FIXED: bytes of each column */
+    const ub1 *col_offsets;      /* VORN_STORE_FIXED: each column's offset in the row */
+    ub1 *const *ref_tables;      /* per block: the table of row references (ten bytes each) */
+    ub1 **ref_cursors;           /* per block: where the next ten-byte record of the store goes */
+    ub4 **offset_cursors;        /* per block: where the next ub4 offset goes */
+    ub1 **data_cursors;          /* per block: the write address in the block's bytes */
+    ub1 *const *data_limits;     /* per block: the end of the block's bytes */
+} vorn_transpose_spec;
+
+/* Gathers: 0 done, 2 not served, 19 res full (resume at row_pos). */
+typedef ub8 (*vorn_gather_fn)(vorn_vec *res, vorn_vec *src, const vorn_gather_spec *spec,
+                              vorn_kernel_ctx *ctx);
+typedef ub8 (*vorn_gather_one_col_fn)(vorn_vec *res, vorn_vec *src, const vorn_gather_spec *spec,
+                                      vorn_kernel_ctx *ctx, ub4 col);
+typedef ub8 (*vorn_gather_cols_fn)(vorn_vec *res, vorn_vec *src, const ub2 *col_list, ub4 num,
+                                   const vorn_gather_spec *spec, vorn_kernel_ctx *ctx);
+/* Transposes: 0 done, 2 not served, 18 block full (resume at row_pos). */
+typedef ub8 (*vorn_transpose_fn)(const vorn_transpose_spec *spec, vorn_vec *src, ub4 col, sb4 block,
+                                 vorn_kernel_ctx *ctx);
+typedef ub8 (*vorn_transpose_convert_fn)(const vorn_transpose_spec *spec, const ub1 *const *refs,
+                                         sb4 block, sb4 ref_block, ub4 first_row, ub4 last_row,
+                                         vorn_kernel_ctx *ctx);
 
 /* ------------------------------------------------------------------------ */
 /* Dispatch: operation codes, encodings, and the index of a kernel.         */
@@ -722,6 +814,16 @@ typedef struct vorn_specialized_ctx {
     vorn_unserved_fn vorn_transpose_fixed_dydi;
     vorn_layout_kv_fn vorn_layout_kv_dydi;
     vorn_create_add_kv_fn vorn_create_add_kv_dydi;
+    vorn_unserved_fn vorn_hash_dydi;
+    vorn_unserved_fn vorn_partition_dydi;
+    vorn_gather_fn vorn_gather_dydi;
+    vorn_gather_one_col_fn vorn_gather_one_col_dydi;
+    vorn_gather_cols_fn vorn_gather_cols_dydi;
+    vorn_transpose_fn vorn_transpose_reference_dydi;
+    vorn_transpose_convert_fn vorn_transpose_convert_dydi;
+    vorn_transpose_fn vorn_transpose_fixed_dydi;
+    vorn_unserved_fn vorn_layout_kv_dydi;
+    vorn_unserved_fn vorn_create_add_kv_dydi;
     vorn_unserved_fn vorn_probe_kv_dydi;
     vorn_unserved_fn vorn_mut_kv_scan_dydi;
     vorn_unserved_fn vorn_dgk_symbol2code_dydi;

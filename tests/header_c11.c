@@ -131,3 +131,26 @@ _Static_assert(offsetof(vorn_kv_region, pages) == 24, "pages at 24");
 _Static_assert(offsetof(vorn_kv_region, mapped) == 48, "mapped at 48");
 _Static_assert(VORN_KV_PTR == 0x4000 && VORN_KV_PREFETCH == 0x8000 && VORN_KV_UNIQUE == 0x10000,
                "the table flag bits");
+/* The row-assembly records, field by field. */
+_Static_assert(offsetof(vorn_gather_spec, flags) == 0, "gather flags");
+_Static_assert(offsetof(vorn_gather_spec, num_cols) == 4, "gather num_cols");
+_Static_assert(offsetof(vorn_gather_spec, row_stride) == 6, "gather row_stride");
+_Static_assert(offsetof(vorn_gather_spec, col_lens) == 8, "gather col_lens");
+_Static_assert(offsetof(vorn_gather_spec, col_offsets) == 16, "gather col_offsets");
+_Static_assert(offsetof(vorn_gather_spec, high_bit) == 24, "gather high_bit");
+_Static_assert(offsetof(vorn_gather_spec, low_bit) == 25, "gather low_bit");
+_Static_assert(offsetof(vorn_gather_spec, ref_pages) == 32, "gather ref_pages");
+_Static_assert(offsetof(vorn_gather_spec, offset_pages) == 40, "gather offset_pages");
+_Static_assert(offsetof(vorn_gather_spec, data_pages) == 48, "gather data_pages");
+_Static_assert(sizeof(vorn_gather_spec) == 56, "gather spec size");
+_Static_assert(offsetof(vorn_transpose_spec, flags) == 0, "transpose flags");
+_Static_assert(offsetof(vorn_transpose_spec, num_cols) == 2, "transpose num_cols");
+_Static_assert(offsetof(vorn_transpose_spec, row_stride) == 4, "transpose row_stride");
+_Static_assert(offsetof(vorn_transpose_spec, col_lens) == 8, "transpose col_lens");
+_Static_assert(offsetof(vorn_transpose_spec, col_offsets) == 16, "transpose col_offsets");
+_Static_assert(offsetof(vorn_transpose_spec, ref_tables) == 24, "transpose ref_tables");
+_Static_assert(offsetof(vorn_transpose_spec, ref_cursors) == 32, "transpose ref_cursors");
+_Static_assert(offsetof(vorn_transpose_spec, offset_cursors) == 40, "transpose offset_cursors");
+_Static_assert(offsetof(vorn_transpose_spec, data_cursors) == 48, "transpose data_cursors");
+_Static_assert(offsetof(vorn_transpose_spec, data_limits) == 56, "transpose data_limits");
+_Static_assert(sizeof(vorn_transpose_spec) == 64, "transpose spec size");

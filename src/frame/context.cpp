@@ -136,12 +136,12 @@ const vorn_specialized_ctx vorn_global_specialized_ctx = {
     vorn_unserved_dydi,  // vorn_prefix_decode_dydi
     vorn_hash_dydi,
     vorn_partition_dydi,
-    vorn_unserved_dydi,  // vorn_gather_dydi
-    vorn_unserved_dydi,  // vorn_gather_one_col_dydi
-    vorn_unserved_dydi,  // vorn_gather_cols_dydi
-    vorn_unserved_dydi,  // vorn_transpose_reference_dydi
-    vorn_unserved_dydi,  // vorn_transpose_convert_dydi
-    vorn_unserved_dydi,  // vorn_transpose_fixed_dydi
+    vorn_gather_dydi,
+    vorn_gather_one_col_dydi,
+    vorn_gather_cols_dydi,
+    vorn_transpose_reference_dydi,
+    vorn_transpose_convert_dydi,
+    vorn_transpose_fixed_dydi,
     vorn_layout_kv_dydi,
     vorn_create_add_kv_dydi,
     vorn_unserved_dydi,  // vorn_probe_kv_dydi

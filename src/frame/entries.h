@@ -99,5 +99,19 @@ VORN_INTERNAL ub8 vorn_hash_dydi(vorn_vec *res, vorn_vec *src, vorn_vec *seeds, 
                                  vorn_kernel_ctx *kctx);
 VORN_INTERNAL ub8 vorn_partition_dydi(vorn_partition_ctrl *ctrl, vorn_vec *src, vorn_vec *second,
                                       vorn_vec *third, vorn_hash_fn hash, vorn_kernel_ctx *kctx);
+// ---- Row assembly ------------------------------------------------------------
+VORN_INTERNAL ub8 vorn_gather_dydi(vorn_vec *res, vorn_vec *src, const vorn_gather_spec *spec,
+                                   vorn_kernel_ctx *ctx);
+VORN_INTERNAL ub8 vorn_gather_one_col_dydi(vorn_vec *res, vorn_vec *src, const vorn_gather_spec *spec,
+                                           vorn_kernel_ctx *ctx, ub4 col);
+VORN_INTERNAL ub8 vorn_gather_cols_dydi(vorn_vec *res, vorn_vec *src, const ub2 *col_list, ub4 num,
+                                        const vorn_gather_spec *spec, vorn_kernel_ctx *ctx);
+VORN_INTERNAL ub8 vorn_transpose_reference_dydi(const vorn_transpose_spec *spec, vorn_vec *src, ub4 col,
+                                                sb4 block, vorn_kernel_ctx *ctx);
+VORN_INTERNAL ub8 vorn_transpose_fixed_dydi(const vorn_transpose_spec *spec, vorn_vec *src, ub4 col,
+                                            sb4 block, vorn_kernel_ctx *ctx);
+VORN_INTERNAL ub8 vorn_transpose_convert_dydi(const vorn_transpose_spec *spec, const ub1 *const *refs,
+                                              sb4 block, sb4 ref_block, ub4 first_row, ub4 last_row,
+                                              vorn_kernel_ctx *ctx);
 
 }  // extern "C"
