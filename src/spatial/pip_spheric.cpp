@@ -57,9 +57,9 @@ VORN_INLINE V3 box_centre(const vorn_sphere_points &poly) {
                 h = _mm_max_pd(x, h);
             }
         for (; i < n; ++i) {
-            const __m128d x = _mm_set_sd(v[i]);
-            l = _mm_min_sd(x, l);
-            h = _mm_max_sd(x, h);
+            const __m128d x = _mm_set1_pd(v[i]);
+            l = _mm_min_pd(x, l);
+            h = _mm_max_pd(x, h);
         }
         const __m128d l2 = _mm_min_sd(_mm_unpackhi_pd(l, l), l), h2 = _mm_max_sd(_mm_unpackhi_pd(h, h), h);
         lo[a] = _mm_cvtsd_f64(_mm_min_sd(_mm_set_sd(lo[a]), l2));
