@@ -7,7 +7,7 @@
 // cross, and NaN compares false throughout.
 //
 // Paired path: with m = n / 2 >= 2, the edges (k, k+1) for k below 2(m - 1),
-// two to a register.  A straddling edge crosses to the right of the point
+// taken in pairs.  A straddling edge crosses to the right of the point
 // when a = (x - X[k]) * dY is below b = (y - Y[k]) * dX for an edge going up
 // (dY not negative), or b below a for one going down.
 // Ring path: the last n - 2(m - 1) vertices (all n when m < 2) walked as a
@@ -23,6 +23,10 @@
 namespace vorn::spatial {
 namespace {
 
+// Rings of at least this many paired edges skip the rounds of eight edges
+// that no edge of straddles.
+inline constexpr ub8 kSkippingEdges = 64;
+
 // Crossings of the edges (k, k+1) and (k+1, k+2) as lanes of -1.
 VORN_INLINE __m128i paired_crossings(const double *xs, const double *ys, ub8 k, __m128d x, __m128d y) {
     const __m128d x0 = _mm_loadu_pd(xs + k), x1 = _mm_loadu_pd(xs + k + 1);
@@ -36,15 +40,31 @@ VORN_INLINE __m128i paired_crossings(const double *xs, const double *ys, ub8 k, 
     return _mm_castpd_si128(_mm_and_pd(straddle, right));
 }
 
+// Most edges of a large ring do not straddle the ray.  Eight edges a round:
+// the below-the-ray bits of their nine vertices come from four compares of
+// two lanes, and only a round with a straddling edge computes its crossings,
+// two edges to a register.  The last edges, fewer than eight, go in pairs.
 ub4 paired_path(const double *xs, const double *ys, ub8 edges, double px, double py) {
     const __m128d x = _mm_set1_pd(px), y = _mm_set1_pd(py);
     __m128i acc0 = _mm_setzero_si128(), acc1 = _mm_setzero_si128();
     ub8 k = 0;
-    for (; k + 4 <= edges; k += 4) {
+    // A small ring straddles in most rounds: it takes every round, and the
+    // test of a round would only add a branch that the points decide.
+    const bool skip_rounds = edges >= kSkippingEdges;
+    for (; k + 8 <= edges; k += 8) {
+        ub4 below = 0;
+        if (skip_rounds) {
+            for (ub4 j = 0; j < 4; ++j)
+                below |= static_cast<ub4>(_mm_movemask_pd(_mm_cmplt_pd(y, _mm_loadu_pd(ys + k + 2 * j)))) << (2 * j);
+            below |= ub4{py < ys[k + 8]} << 8;
+        }
+        if (skip_rounds && !((below ^ (below >> 1)) & 0xff)) continue;
         acc0 = _mm_sub_epi64(acc0, paired_crossings(xs, ys, k, x, y));
         acc1 = _mm_sub_epi64(acc1, paired_crossings(xs, ys, k + 2, x, y));
+        acc0 = _mm_sub_epi64(acc0, paired_crossings(xs, ys, k + 4, x, y));
+        acc1 = _mm_sub_epi64(acc1, paired_crossings(xs, ys, k + 6, x, y));
     }
-    if (k < edges) acc0 = _mm_sub_epi64(acc0, paired_crossings(xs, ys, k, x, y));
+    for (; k < edges; k += 2) acc0 = _mm_sub_epi64(acc0, paired_crossings(xs, ys, k, x, y));
     const __m128i acc = _mm_add_epi64(acc0, acc1);
     return static_cast<ub4>(_mm_cvtsi128_si64(acc) + _mm_extract_epi64(acc, 1));
 }
