@@ -253,27 +253,40 @@ void sphere_kernel(benchmark::State &state, std::size_t n) {
     sphere_rates(state, s);
 }
 
-// The same walk as a plain loop: the great circle through the point and the
-// reference point, one edge at a time, normalised by a square root.
-VORN_SCALAR ub4 sphere_scalar_count(const Sphere &s, V3 q, V3 v) {
-    V3 n = cross(v, q);
-    const double len = 1 / std::sqrt(dot(n, n));
-    n = {n.x * len, n.y * len, n.z * len};
+// The same walk as a plain loop, one vertex at a time: the coincidence test,
+// the side of the vertex against the great circle through the point and the
+// reference point (normalised by a square root), and the crossing test where
+// the side changes or both ends are near.  The arithmetic is written out: a
+// function of other optimisation options would not inline helpers, and the
+// loop would measure their calls.
+VORN_SCALAR ub1 sphere_scalar_walk(const Sphere &s, V3 q, V3 v) {
+    double nx = v.y * q.z - v.z * q.y, ny = v.z * q.x - v.x * q.z, nz = v.x * q.y - v.y * q.x;
+    const double len = 1 / std::sqrt(nx * nx + ny * ny + nz * nz);
+    nx *= len, ny *= len, nz *= len;
+    const double *x = s.vx.data(), *y = s.vy.data(), *z = s.vz.data();
     const std::size_t count = s.vx.size();
-    V3 a{s.vx[count - 1], s.vy[count - 1], s.vz[count - 1]};
-    bool neg_prev = dot(n, a) < 0;
+    double ax = x[count - 1], ay = y[count - 1], az = z[count - 1];
+    const double s_last = nx * ax + ny * ay + nz * az;
+    bool neg_prev = s_last < 0, near_prev = std::fabs(s_last) < kEps;
     ub4 crossings = 0;
     for (std::size_t i = 0; i < count; ++i) {
-        const V3 b{s.vx[i], s.vy[i], s.vz[i]};
-        const bool neg = dot(n, b) < 0;
-        if (neg != neg_prev) {
-            const V3 m = cross(a, b);
-            crossings += (0 < dot(m, v)) != (0 < dot(m, q));
+        const double bx = x[i], by = y[i], bz = z[i];
+        const double dx = bx - v.x, dy = by - v.y, dz = bz - v.z;
+        if (dx * dx + dy * dy + dz * dz < kEps * kEps) return static_cast<ub1>(crossings | 0xC0);
+        const double side = nx * bx + ny * by + nz * bz;
+        const bool neg = side < 0, near = std::fabs(side) < kEps;
+        if (near && near_prev) {
+            return static_cast<ub1>(crossings | 0x80);  // not met by these points
+        } else if (neg != neg_prev) {
+            const double mx = ay * bz - az * by, my = az * bx - ax * bz, mz = ax * by - ay * bx;
+            const double mv = mx * v.x + my * v.y + mz * v.z;
+            if ((mx * mx + my * my + mz * mz) * kEps * kEps > mv * mv) return static_cast<ub1>(crossings | 0x80);
+            crossings += (0 < mv) != (0 < mx * q.x + my * q.y + mz * q.z);
         }
-        neg_prev = neg;
-        a = b;
+        neg_prev = neg, near_prev = near;
+        ax = bx, ay = by, az = bz;
     }
-    return crossings;
+    return static_cast<ub1>(crossings & 0x7f);
 }
 
 void sphere_scalar(benchmark::State &state, std::size_t n) {
@@ -282,7 +295,7 @@ void sphere_scalar(benchmark::State &state, std::size_t n) {
         for (std::size_t i = 0; i < s.count; ++i) {
             const V3 v{s.px[i], s.py[i], s.pz[i]};
             const V3 d{v.x - s.cap_p.x, v.y - s.cap_p.y, v.z - s.cap_p.z};
-            s.out[i] = dot(d, d) > s.cap_limit ? 0x40 : static_cast<ub1>(sphere_scalar_count(s, s.cap_q, v) & 0x7f);
+            s.out[i] = dot(d, d) > s.cap_limit ? 0x40 : sphere_scalar_walk(s, s.cap_q, v);
         }
         benchmark::ClobberMemory();
     }

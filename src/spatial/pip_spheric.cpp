@@ -155,7 +155,6 @@ VORN_INLINE ub1 classify(const vorn_sphere_points &poly, const Cap &cap, V3 v, d
     const __m128d nx = _mm_set1_pd(w.n.x), ny = _mm_set1_pd(w.n.y), nz = _mm_set1_pd(w.n.z);
     const __m128d eps_v = _mm_set1_pd(eps), eps2_v = _mm_set1_pd(w.eps2);
     const __m128d abs_mask = _mm_castsi128_pd(_mm_set1_epi64x(0x7fffffffffffffffll));
-    V3 a = last;
     ub8 i = 0;
     for (; i + 2 <= count; i += 2) {
         const __m128d bx = _mm_loadu_pd(poly.x + i), by = _mm_loadu_pd(poly.y + i), bz = _mm_loadu_pd(poly.z + i);
@@ -168,19 +167,19 @@ VORN_INLINE ub1 classify(const vorn_sphere_points &poly, const Cap &cap, V3 v, d
         const ub4 near = static_cast<ub4>(_mm_movemask_pd(_mm_cmplt_pd(_mm_and_pd(s2, abs_mask), eps_v)));
         const ub4 neg_before = ((neg << 1) | ub4{w.neg_prev}) & 3;
         const ub4 near_before = ((near << 1) | ub4{w.near_prev}) & 3;
-        const V3 b0 = at(poly, i), b1 = at(poly, i + 1);
         if (VORN_UNLIKELY((neg ^ neg_before) | (near & near_before))) {
-            if (!edge(w, a, b0) || !edge(w, b0, b1)) return static_cast<ub1>(w.count | VORN_SPHERIC_ON_EDGE);
+            const V3 b0 = at(poly, i);
+            if (!edge(w, i ? at(poly, i - 1) : last, b0) || !edge(w, b0, at(poly, i + 1)))
+                return static_cast<ub1>(w.count | VORN_SPHERIC_ON_EDGE);
         } else {
             w.neg_prev = neg >> 1;
             w.near_prev = near >> 1;
         }
-        a = b1;
     }
     if (i < count) {
         const V3 b = at(poly, i);
         if (dist2(b, v) < w.eps2) return static_cast<ub1>(w.count | VORN_SPHERIC_ON_VERTEX);
-        if (!edge(w, a, b)) return static_cast<ub1>(w.count | VORN_SPHERIC_ON_EDGE);
+        if (!edge(w, i ? at(poly, i - 1) : last, b)) return static_cast<ub1>(w.count | VORN_SPHERIC_ON_EDGE);
     }
     return static_cast<ub1>(w.count & 0x7f);
 }
