@@ -118,6 +118,11 @@ struct vorn_enc_ctx {
     ub1 elem_type_ext;          /* one further byte, read by the vector parser only */
     ub2 max_len;                /* largest value length in bytes */
     const void *code_values;    /* VORN_CODE_VALUES: the value of each code, native ub4 or ub8 */
+    /* A Bloom filter (vorn_bloom_dydi), described on the filter's vector. */
+    ub1 bloom_paged;            /* not 0: res_bv holds page addresses, not the filter's bytes */
+    ub4 bloom_mask;             /* the hash bits that count */
+    ub4 bloom_page_shift;       /* paged: page = (hash & bloom_mask) >> bloom_page_shift */
+    ub4 bloom_bit_mask;         /* paged: the bits that index into a page */
 };
 
 #define VORN_ENC_CTX_FLAG(enc_ctx, flag) (((enc_ctx)->flags & (ub4)(flag)) != 0)
@@ -736,6 +741,84 @@ typedef ub8 (*vorn_lookup_and_compare_fn)(vorn_vec *res, vorn_vec *src,
                                           const ub4 *const *map2, const ub1 *const *op,
                                           vorn_kernel_ctx *kctx);
 
+/* ------------------------------------------------------------------------ */
+/* Bloom filter: vorn_bloom_dydi(res, src, filter, kctx, mode).             */
+/* ------------------------------------------------------------------------ */
+/*
+ * Tests a column of hashes against a filter that the host has built.
+ *
+ * src: the hashes, an array of big-endian elements (VORN_ALIGNED; without it
+ * the call returns 2 and writes nothing).  A bit_width whose low byte is 32
+ * means 32-bit hashes, any other width 64-bit hashes.  Only the low 32 bits
+ * of a swapped hash are used: the last four bytes of a 64-bit hash.
+ *
+ * filter: filter->res_bv is the filter's bytes (bit n is bit n & 7 of byte
+ * n >> 3), or, when enc_ctx->bloom_paged is not 0, an array of page
+ * addresses.  For a hash word h:
+ *   a  = h & bloom_mask
+ *   flat:  b1 = a;                                s = (h >> 26) & bloom_mask
+ *   paged: b1 = a & bloom_bit_mask in page a >> bloom_page_shift;
+ *                                  s = (h >> 26) & bloom_mask & bloom_bit_mask
+ *   b2 = (b1 & ~63) | s                           (two-bit filters only)
+ * mode 1: a row passes when b1 is set; any other mode: when b1 and b2 are.
+ *
+ * Rows: kctx->start_row to src->size - 1 (a null kctx: from row 0, no
+ * selection).  With kctx->bv_aux only the rows of the selection from
+ * start_row on are tested.  Bit r of res->res_bv is set for each passing
+ * row r and no bit is cleared: the caller clears the vector first.
+ * res->num_ones = the passing rows; res->data receives two ub4, the first
+ * and the last passing row, VORN_BLOOM_NO_ROW each when none passed.
+ * Returns 0 when a row passed, 1 when none did, 2 when refused.
+ */
+#define VORN_BLOOM_NO_ROW 0xffffffffu
+#define VORN_BLOOM_ONE_BIT 1u       /* mode: one-bit filter; every other mode: two bits */
+typedef ub8 (*vorn_bloom_fn)(vorn_vec *res, vorn_vec *src, vorn_vec *filter, vorn_kernel_ctx *kctx,
+                             ub1 mode);
+
+/* ------------------------------------------------------------------------ */
+/* Point in polygon.                                                        */
+/* ------------------------------------------------------------------------ */
+/*
+ * vorn_spatial_pip_dydi(res, xs, ys, px, py): *res receives the number of
+ * edges of a planar ring that the ray from (x, y) towards +X crosses.  xs is
+ * a column whose data is the ring's X (doubles) and whose size is the vertex
+ * count n; *ys its Y; **px, **py the point.  An edge (i, j) is looked at when
+ * (y < Y[i]) differs from (y < Y[j]).  Edges (k, k+1) for k below 2(n/2 - 1)
+ * are taken in pairs; the last n - 2(n/2 - 1) vertices (all n when n < 4)
+ * are then walked as a closed ring of their own.  For even n that walks the
+ * edge (n-2, n-1) in both directions, and the edge (n-1, 0) is never taken:
+ * a host that wants the parity of the count to say "inside" passes the ring
+ * closed (first vertex repeated) and padded with the first vertex to an even
+ * count.  Returns 0.
+ */
+typedef ub8 (*vorn_spatial_pip_fn)(ub4 *const *res, const vorn_vec *xs, const double *const *ys,
+                                   const double *const *px, const double *const *py);
+
+/* Points on the unit sphere as three arrays of coordinates. */
+typedef struct vorn_sphere_points {
+    const double *x;
+    const double *y;
+    const double *z;
+    ub4 count;
+} vorn_sphere_points;
+
+/*
+ * vorn_spheric_pip_dydi(res, polygon, points, unused, unused, eps): one byte
+ * per point into *res:
+ *   0x40                   outside the polygon's bounding cap
+ *   0xC0 | crossings       the point coincides with a vertex
+ *   0x80 | crossings       the point lies on an edge
+ *   crossings & 0x7F       else; odd means inside
+ * Returns 24, writing nothing, when the polygon does not fit in a hemisphere
+ * (also for no vertex), else 0.  The fourth and fifth arguments are not read.
+ */
+#define VORN_SPHERIC_OUTSIDE_CAP 0x40u
+#define VORN_SPHERIC_ON_VERTEX 0xC0u
+#define VORN_SPHERIC_ON_EDGE 0x80u
+typedef ub8 (*vorn_spheric_pip_fn)(ub1 *const *res, const vorn_sphere_points *polygon,
+                                   const vorn_sphere_points *points, void *unused4, void *unused5,
+                                   double eps);
+
 #define VORN_CTX_MAGIC 0xc16182c0ull
 #define VORN_CTX_VERSION "TSL_23.0"
 #define VORN_CTX_VARIANT "rvtlsse42"
@@ -795,9 +878,9 @@ typedef struct vorn_specialized_ctx {
     vorn_bvrun_fn vorn_lbiwvrun_dydi;
     vorn_bvruns_fn vorn_lbiwvruns_dydi;
 
-    vorn_unserved_fn vorn_bloom_dydi;
-    vorn_unserved_fn vorn_spatial_pip_dydi;
-    vorn_unserved_fn vorn_spheric_pip_dydi;
+    vorn_bloom_fn vorn_bloom_dydi;
+    vorn_spatial_pip_fn vorn_spatial_pip_dydi;
+    vorn_spheric_pip_fn vorn_spheric_pip_dydi;
     vorn_unserved_fn vorn_groupkey_dydi;
     vorn_unserved_fn vorn_dgk_concatenate_dydi;
     vorn_unserved_fn vorn_extract_dgk_dydi;

@@ -6,6 +6,15 @@
 
 _Static_assert(offsetof(vorn_specialized_ctx, dispatch_table) == 14 * 8, "word 14");
 
+/* The Bloom filter's fields follow the column fields of vorn_enc_ctx. */
+_Static_assert(offsetof(vorn_enc_ctx, bloom_paged) == offsetof(vorn_enc_ctx, max_len) + 2, "bloom_paged");
+_Static_assert(offsetof(vorn_enc_ctx, bloom_mask) == offsetof(vorn_enc_ctx, bloom_paged) + 4, "bloom_mask");
+_Static_assert(offsetof(vorn_enc_ctx, bloom_page_shift) == offsetof(vorn_enc_ctx, bloom_mask) + 4,
+               "bloom_page_shift");
+_Static_assert(offsetof(vorn_enc_ctx, bloom_bit_mask) == offsetof(vorn_enc_ctx, bloom_page_shift) + 4,
+               "bloom_bit_mask");
+_Static_assert(offsetof(vorn_sphere_points, count) == 3 * 8, "the count follows the three arrays");
+
 /* Every slot at its word: 15 and on, in the record's order. */
 #define VORN_SLOTS(X) \
     X(vorn_init_sharedlib_dydi) \

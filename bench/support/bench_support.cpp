@@ -101,6 +101,7 @@ public:
         ConsoleReporter::Finalize();
         std::vector<std::string> lines;
         std::map<std::string, bool> done;
+        bool any_peer = false;
         char buf[512];
         for (const std::string &name : registered_names()) {
             std::string group, role;
@@ -109,17 +110,28 @@ public:
             const Timing &k = timings_[name];
             const Timing *s = find(group, "scalar");
             const Timing *b = find(group, "bandwidth");
+            const Timing *p = find(group, "peer");
             const std::string vs_scalar = s ? fmt(s->seconds / k.seconds, "x") : "-";
             const std::string vs_bw = b ? fmt(b->seconds / k.seconds, "") : "-";
-            std::snprintf(buf, sizeof buf, "| %s | %s | %.0f | %.2f | %s | %s |", group.c_str(),
+            char vs_peer[48] = "";
+            if (p) std::snprintf(vs_peer, sizeof vs_peer, " %.2fx |", p->seconds / k.seconds);
+            any_peer = any_peer || p;
+            std::snprintf(buf, sizeof buf, "| %s | %s | %.0f | %.2f | %s | %s |%s", group.c_str(),
                           role.c_str(), k.rows / k.seconds / 1e6, k.bytes / k.seconds / 1e9,
-                          vs_scalar.c_str(), vs_bw.c_str());
+                          vs_scalar.c_str(), vs_bw.c_str(), vs_peer);
             lines.push_back(buf);
         }
         if (lines.empty()) return;
+        // A family timed beside a peer library (role "peer") gets a column
+        // for it; the others keep the table as it was.
+        if (any_peer)
+            for (auto &l : lines)
+                if (l.back() == '|' && std::count(l.begin(), l.end(), '|') == 7) l += " - |";
         const std::string header =
-            "| group | kernel | Mrows/s | GB/s | vs scalar | vs bandwidth |\n"
-            "|---|---|---:|---:|---:|---:|\n";
+            any_peer ? "| group | kernel | Mrows/s | GB/s | vs scalar | vs bandwidth | vs peer |\n"
+                       "|---|---|---:|---:|---:|---:|---:|\n"
+                     : "| group | kernel | Mrows/s | GB/s | vs scalar | vs bandwidth |\n"
+                       "|---|---|---:|---:|---:|---:|\n";
         std::string table = header;
         for (const auto &l : lines) table += l + "\n";
         std::printf("\nRatios (kernel against the scalar loop and the streaming read of the same bytes):\n%s",
@@ -132,7 +144,7 @@ public:
 
 private:
     static bool split(const std::string &name, std::string &group, std::string &role) {
-        for (const char *r : {"/kernel", "/scalar", "/bandwidth"}) {
+        for (const char *r : {"/kernel", "/scalar", "/bandwidth", "/peer"}) {
             const auto at = name.rfind(r);
             if (at == std::string::npos) continue;
             group = name.substr(0, at);

@@ -4,10 +4,12 @@
 //   <group>/kernel     the library's kernel, called through the dispatch table
 //                      or a slot, as a host calls it;
 //   <group>/scalar     a plain scalar loop that computes the same result;
-//   <group>/bandwidth  a streaming read of the same bytes: the physical limit.
+//   <group>/bandwidth  a streaming read of the same bytes: the physical limit;
+//   <group>/peer       where a family has one, a peer library on the same data.
 // Each reports rows/s and bytes/s through set_rates().  At the end of the run
 // the reporter prints one table with, per group, the ratios kernel/scalar
-// and kernel/bandwidth (the ratio of the times for the same bytes), and with
+// and kernel/bandwidth (the ratio of the times for the same bytes), and
+// kernel/peer where a group has a peer row, and with
 // --vorn_results=FILE appends that table in Markdown to FILE.
 #pragma once
 

@@ -3,8 +3,10 @@
 #include <cpuid.h>
 
 #include "frame/cpu_probe.h"
+#include "bloom/bloom_entries.h"
 #include "frame/entries.h"
 #include "kv/kv_entries.h"
+#include "spatial/spatial_entries.h"
 
 extern "C" {
 
@@ -125,9 +127,9 @@ const vorn_specialized_ctx vorn_global_specialized_ctx = {
     vorn_lbiwvones_dydi,
     vorn_lbiwvrun_dydi,
     vorn_lbiwvruns_dydi,
-    vorn_unserved_dydi,  // vorn_bloom_dydi
-    vorn_unserved_dydi,  // vorn_spatial_pip_dydi
-    vorn_unserved_dydi,  // vorn_spheric_pip_dydi
+    vorn_bloom_dydi,
+    vorn_spatial_pip_dydi,
+    vorn_spheric_pip_dydi,
     vorn_unserved_dydi,  // vorn_groupkey_dydi
     vorn_unserved_dydi,  // vorn_dgk_concatenate_dydi
     vorn_unserved_dydi,  // vorn_extract_dgk_dydi
