@@ -102,3 +102,10 @@ ub8 vorn_header_c11_call(const vorn_specialized_ctx *ctx, vorn_vec *res, vorn_ve
     if (VORN_ENC_CTX_FLAG(VORN_VEC_ENC_CTX(src), VORN_RLE)) return 2;
     return ctx->dispatch_table[index].cmp(res, src, literals, kctx);
 }
+
+/* The parsed vector header: four bytes, then the element count. */
+_Static_assert(offsetof(vorn_lvector_header, body_off) == 1, "body offset second");
+_Static_assert(offsetof(vorn_lvector_header, second_off) == 2, "second offset third");
+_Static_assert(offsetof(vorn_lvector_header, flags) == 3, "kept flags fourth");
+_Static_assert(offsetof(vorn_lvector_header, dims) == 4 && sizeof(vorn_lvector_header) == 8,
+               "dimensions in the word behind them");
