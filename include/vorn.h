@@ -585,8 +585,8 @@ typedef struct vorn_specialized_ctx {
     vorn_unserved_fn vorn_prefix_sum_vec_dydi;
     vorn_unserved_fn vorn_vector_distance_dydi;
     vorn_unserved_fn vorn_vector_topk_dydi;
-    vorn_unserved_fn vorn_vector_pick_metric_dydi;
-    vorn_unserved_fn vorn_vector_parse_dydi;
+    vorn_vector_pick_metric_fn vorn_vector_pick_metric_dydi;
+    vorn_vector_parse_fn vorn_vector_parse_dydi;
     vorn_unserved_fn vorn_vector_convert_fp_dydi;
     vorn_unserved_fn vorn_vector_arith_dydi;
 } vorn_specialized_ctx;

@@ -94,4 +94,11 @@ VORN_INTERNAL ub8 vorn_lookup_and_compare_dydi(vorn_vec *res, vorn_vec *src,
 VORN_INTERNAL ub8 vorn_lomp_decode_dydi(const vorn_lomp_ctx *ctx, const ub1 *stream, ub1 *out,
                                         ub4 *out_length, ub4 capacity);
 
+// ---- Vector search ------------------------------------------------------------
+VORN_INTERNAL vorn_dbv_fn vorn_vector_pick_metric_dydi(ub4 metric, ub4 left_type, ub4 left_c,
+                                                      ub4 left_sparse, ub4 right_type,
+                                                      ub4 right_c, ub4 right_sparse);
+VORN_INTERNAL ub8 vorn_vector_parse_dydi(vorn_vec *res, double **norms, vorn_vec *src,
+                                         ub8 *bad_rows, vorn_kernel_ctx *kctx);
+
 }  // extern "C"
