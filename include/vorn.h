@@ -493,6 +493,26 @@ typedef ub8 (*vorn_lookup_and_compare_fn)(vorn_vec *res, vorn_vec *src,
                                           const ub4 *const *map2, const ub1 *const *op,
                                           vorn_kernel_ctx *kctx);
 
+/* Vector search: distances, top-K, element conversion and arithmetic over
+ * vector columns.  `metric` is read in its low 32 bits; `forms` holds the
+ * left operand's sparse form in bits 1-2 and the right's in bits 3-4;
+ * `scratch` is null or room for one decoded query vector.  `norms` is null
+ * or the address of a pointer to one double per row. */
+typedef ub8 (*vorn_vector_distance_fn)(vorn_vec *res, vorn_vec *right, vorn_vec *left, ub8 metric, ub8 forms,
+                                       vorn_kernel_ctx *ctx, void *scratch);
+typedef ub8 (*vorn_vector_convert_fp_fn)(vorn_vec *res, double **norms, vorn_vec *src, ub8 *bad_rows,
+                                         vorn_kernel_ctx *ctx);
+typedef ub8 (*vorn_vector_arith_entry_fn)(vorn_vec *res, double **norms, vorn_vec *left, vorn_vec *right,
+                                          ub8 operation, vorn_kernel_ctx *ctx, void *unused);
+
+/* One entry of a top-K result: the row and its distance (in the C form
+ * unless the result has VORN_NATIVE_FP). */
+typedef struct vorn_topk_entry {
+    ub4 row;
+    ub4 pad;
+    double distance;
+} vorn_topk_entry;
+
 #define VORN_CTX_MAGIC 0xc16182c0ull
 #define VORN_CTX_VERSION "TSL_23.0"
 #define VORN_CTX_VARIANT "rvtlsse42"
@@ -583,12 +603,12 @@ typedef struct vorn_specialized_ctx {
     vorn_unserved_fn vorn_sum_vec_dydi;
     vorn_lookup_and_compare_fn vorn_lookup_and_compare_dydi;
     vorn_unserved_fn vorn_prefix_sum_vec_dydi;
-    vorn_unserved_fn vorn_vector_distance_dydi;
-    vorn_unserved_fn vorn_vector_topk_dydi;
+    vorn_vector_distance_fn vorn_vector_distance_dydi;
+    vorn_vector_distance_fn vorn_vector_topk_dydi;
     vorn_vector_pick_metric_fn vorn_vector_pick_metric_dydi;
     vorn_vector_parse_fn vorn_vector_parse_dydi;
-    vorn_unserved_fn vorn_vector_convert_fp_dydi;
-    vorn_unserved_fn vorn_vector_arith_dydi;
+    vorn_vector_convert_fp_fn vorn_vector_convert_fp_dydi;
+    vorn_vector_arith_entry_fn vorn_vector_arith_dydi;
 } vorn_specialized_ctx;
 
 #ifdef __cplusplus
@@ -600,6 +620,7 @@ static_assert(offsetof(vorn_xlate_table, table) == 5 * 8, "the table is the sixt
 _Static_assert(sizeof(vorn_specialized_ctx) == 88 * 8, "the context record is 88 words");
 _Static_assert(sizeof(vorn_kernel) == 8, "a dispatch entry is one word");
 _Static_assert(sizeof(vorn_bv_iter) == 32, "the iterator is four words");
+_Static_assert(sizeof(vorn_topk_entry) == 16, "a top-K entry is 16 bytes");
 _Static_assert(offsetof(vorn_xlate_table, table) == 5 * 8, "the table is the sixth word");
 #endif
 

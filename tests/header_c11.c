@@ -109,3 +109,8 @@ _Static_assert(offsetof(vorn_lvector_header, second_off) == 2, "second offset th
 _Static_assert(offsetof(vorn_lvector_header, flags) == 3, "kept flags fourth");
 _Static_assert(offsetof(vorn_lvector_header, dims) == 4 && sizeof(vorn_lvector_header) == 8,
                "dimensions in the word behind them");
+
+/* A top-K entry: the row in the first four bytes, the distance in the last eight. */
+_Static_assert(offsetof(vorn_topk_entry, row) == 0, "row first");
+_Static_assert(offsetof(vorn_topk_entry, distance) == 8 && sizeof(vorn_topk_entry) == 16,
+               "distance in the last eight bytes");
