@@ -91,11 +91,36 @@ ub8 walk_euclid8(vorn_vec *right, const void *query, ub4 metric, vorn_kernel_ctx
     return code;
 }
 
+// The single-query walk of hamming over bit vectors, the count inlined:
+// the rows are short (a 128-bit row is two words), so the call of a kernel
+// per row would cost more than its count.
+template <class Sink>
+ub8 walk_hamming_bits(vorn_vec *right, const void *query, vorn_kernel_ctx *ctx, ub8 capacity, Sink &&sink,
+                      ub8 *walked) {
+    const ub8 bytes = (ub8{right->enc_ctx->vec_dim} + 7) >> 3, words = bytes >> 3;
+    const auto *q = static_cast<const ub1 *>(query);
+    return walk_rows(
+        ctx, right->size, capacity, [&](const ub4 *rows, ub4 count) { prefetch_row_pointers(right, rows, count); },
+        [&](ub8 k, ub4 r, ub4 next) -> ub8 {
+            __builtin_prefetch(row_pointer(right, next));
+            const auto *row = static_cast<const ub1 *>(row_pointer(right, r));
+            ub8 n = 0;
+            for (ub8 w = 0; w < words; ++w) n += ub8(__builtin_popcountll(load<ub8>(row + 8 * w) ^ load<ub8>(q + 8 * w)));
+            for (ub8 b = words * 8; b < bytes; ++b) n += ub8(__builtin_popcount(ub4(row[b] ^ q[b])));
+            sink(k, r, double(n));
+            return 0;
+        },
+        walked);
+}
+
 // The single-query walk: eight rows at a time where the kernel is squared
-// euclid over native float or int8 rows, else one kernel call a row.
+// euclid over native float or int8 rows, the count inlined for hamming of
+// bit vectors, else one kernel call a row.
 template <class Sink>
 ub8 walk_single_unif(vorn_vec *right, vorn_vec *left, vorn_dbv_fn kernel, ub4 metric, const void *query,
                      vorn_kernel_ctx *ctx, ub8 capacity, Sink &&sink, ub8 *walked) {
+    if (kernel == &vorn_dbv_hamming_bitmsb0_bitmsb0)
+        return walk_hamming_bits(right, query, ctx, capacity, sink, walked);
     if (right->enc_ctx->vec_dim <= kEuclidMaxDim) {
         if (kernel == &vorn_dbv_euclid_float_float)
             return walk_euclid8<false>(right, query, metric, ctx, capacity, sink, walked);
