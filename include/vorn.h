@@ -710,6 +710,89 @@ typedef union vorn_kernel {
 } vorn_kernel;
 
 /* ------------------------------------------------------------------------ */
+/* Vector search: stored vector values, element types, metrics, kernels.    */
+/* ------------------------------------------------------------------------ */
+/*
+ * A stored vector value: magic 0xDB, version 0 to 3, a reserved byte, the
+ * flags byte, the format byte and a big-endian ub4 element count; an 8-byte
+ * field follows when a bit of VORN_LV_FIELD_MASK is set, and the body begins
+ * at the body offset that lvector_to_header_basic settles.
+ */
+#define VORN_LV_MAGIC 0xDBu
+#define VORN_LV_MAX_VERSION 3u
+#define VORN_LV_HEADER_BYTES 9u
+#define VORN_LV_USABLE_MASK 0x12u   /* one of these bits must be set */
+#define VORN_LV_NATIVE 0x08u        /* body in native form, not order-preserving */
+#define VORN_LV_SPARSE 0x20u        /* body is sparse: count, positions, values */
+#define VORN_LV_FIELD_MASK 0x3Au    /* any of these: the 8-byte field follows the header */
+#define VORN_LV_KEPT_MASK 0x3Bu     /* the flag bits kept in the parsed header */
+
+/* Format bytes of a stored value. */
+#define VORN_LV_FLOAT16 1u
+#define VORN_LV_FLOAT 2u
+#define VORN_LV_DOUBLE 3u
+#define VORN_LV_INT8 4u
+#define VORN_LV_BITMSB0 5u
+#define VORN_LV_BFLOAT16 6u
+
+/* Returns of lvector_to_header_basic. */
+#define VORN_LV_BAD_MAGIC (-251)
+#define VORN_LV_BAD_VERSION (-226)
+#define VORN_LV_UNUSABLE (-245)
+
+/* The parsed header, as lvector_to_header_basic fills it. */
+typedef struct vorn_lvector_header {
+    ub1 format;                 /* the value's format byte */
+    ub1 body_off;               /* bytes from the value's start to its body */
+    ub1 second_off;             /* 9 when the 8-byte field is present, else 0 */
+    ub1 flags;                  /* the flags byte & VORN_LV_KEPT_MASK */
+    ub4 dims;                   /* element count */
+} vorn_lvector_header;
+
+/* The library's element types (vec_dim columns' elem_type; the pick's type
+ * arguments). */
+#define VORN_VTYPE_FLOAT 1u
+#define VORN_VTYPE_DOUBLE 2u
+#define VORN_VTYPE_INT8 5u
+#define VORN_VTYPE_BITMSB0 6u
+#define VORN_VTYPE_FLOAT16 7u
+#define VORN_VTYPE_BFLOAT16 8u
+
+/* Metric codes. */
+#define VORN_METRIC_EUCLID 1u          /* root of the sum of squares */
+#define VORN_METRIC_EUCLID_SQUARED 2u  /* sum of squares */
+#define VORN_METRIC_COSINE 3u          /* cosine similarity */
+#define VORN_METRIC_COSINE_DISTANCE 4u /* 1.0 minus similarity */
+#define VORN_METRIC_DOTPROD 5u         /* dot product */
+#define VORN_METRIC_NEG_DOTPROD 6u     /* negated dot product */
+#define VORN_METRIC_MANHATTAN 7u       /* sum of absolute differences */
+#define VORN_METRIC_HAMMING 8u         /* count of differing positions */
+#define VORN_METRIC_JACCARD 9u         /* similarity of bit vectors */
+#define VORN_METRIC_JACCARD_DISTANCE 10u /* 1.0 minus similarity */
+
+/* Codes of the vector entries beyond those of every family. */
+#define VORN_VEC_NORM_OVERFLOW 4u   /* a row's sum of squares is infinite or NaN */
+#define VORN_VEC_TOO_MANY 20u       /* more elements than the dimension count */
+#define VORN_VEC_BAD_NUMBER 21u     /* bad number or not representable in the result type */
+#define VORN_VEC_SYNTAX 22u         /* any other fault of a vector's text */
+
+/* A distance kernel vorn_dbv_<metric>_<left>_<right>: (dimensions, left body,
+ * right body, metric code, output).  It writes one double and returns 0. */
+typedef ub8 (*vorn_dbv_fn)(ub4 dims, const void *left, const void *right, ub4 metric,
+                           double *out);
+
+/* vorn_vector_pick_metric_dydi(metric, left type, left C, left sparse,
+ * right type, right C, right sparse): the kernel, or null. */
+typedef vorn_dbv_fn (*vorn_vector_pick_metric_fn)(ub4 metric, ub4 left_type, ub4 left_c,
+                                                  ub4 left_sparse, ub4 right_type,
+                                                  ub4 right_c, ub4 right_sparse);
+
+/* vorn_vector_parse_dydi(res, norms, src, bad_rows, kctx): vector texts into
+ * stored bodies.  See the parser's header comment for the fields read. */
+typedef ub8 (*vorn_vector_parse_fn)(vorn_vec *res, double **norms, vorn_vec *src,
+                                    ub8 *bad_rows, vorn_kernel_ctx *kctx);
+
+/* ------------------------------------------------------------------------ */
 /* The exported context record.                                             */
 /* ------------------------------------------------------------------------ */
 
@@ -818,6 +901,25 @@ typedef struct vorn_sphere_points {
 typedef ub8 (*vorn_spheric_pip_fn)(ub1 *const *res, const vorn_sphere_points *polygon,
                                    const vorn_sphere_points *points, void *unused4, void *unused5,
                                    double eps);
+/* Vector search: distances, top-K, element conversion and arithmetic over
+ * vector columns.  `metric` is read in its low 32 bits; `forms` holds the
+ * left operand's sparse form in bits 1-2 and the right's in bits 3-4;
+ * `scratch` is null or room for one decoded query vector.  `norms` is null
+ * or the address of a pointer to one double per row. */
+typedef ub8 (*vorn_vector_distance_fn)(vorn_vec *res, vorn_vec *right, vorn_vec *left, ub8 metric, ub8 forms,
+                                       vorn_kernel_ctx *ctx, void *scratch);
+typedef ub8 (*vorn_vector_convert_fp_fn)(vorn_vec *res, double **norms, vorn_vec *src, ub8 *bad_rows,
+                                         vorn_kernel_ctx *ctx);
+typedef ub8 (*vorn_vector_arith_entry_fn)(vorn_vec *res, double **norms, vorn_vec *left, vorn_vec *right,
+                                          ub8 operation, vorn_kernel_ctx *ctx, void *unused);
+
+/* One entry of a top-K result: the row and its distance (in the C form
+ * unless the result has VORN_NATIVE_FP). */
+typedef struct vorn_topk_entry {
+    ub4 row;
+    ub4 pad;
+    double distance;
+} vorn_topk_entry;
 
 #define VORN_CTX_MAGIC 0xc16182c0ull
 #define VORN_CTX_VERSION "TSL_23.0"
@@ -919,12 +1021,12 @@ typedef struct vorn_specialized_ctx {
     vorn_unserved_fn vorn_sum_vec_dydi;
     vorn_lookup_and_compare_fn vorn_lookup_and_compare_dydi;
     vorn_unserved_fn vorn_prefix_sum_vec_dydi;
-    vorn_unserved_fn vorn_vector_distance_dydi;
-    vorn_unserved_fn vorn_vector_topk_dydi;
-    vorn_unserved_fn vorn_vector_pick_metric_dydi;
-    vorn_unserved_fn vorn_vector_parse_dydi;
-    vorn_unserved_fn vorn_vector_convert_fp_dydi;
-    vorn_unserved_fn vorn_vector_arith_dydi;
+    vorn_vector_distance_fn vorn_vector_distance_dydi;
+    vorn_vector_distance_fn vorn_vector_topk_dydi;
+    vorn_vector_pick_metric_fn vorn_vector_pick_metric_dydi;
+    vorn_vector_parse_fn vorn_vector_parse_dydi;
+    vorn_vector_convert_fp_fn vorn_vector_convert_fp_dydi;
+    vorn_vector_arith_entry_fn vorn_vector_arith_dydi;
 } vorn_specialized_ctx;
 
 #ifdef __cplusplus
@@ -945,6 +1047,7 @@ static_assert(offsetof(vorn_kv, regions[0]) == 8 && offsetof(vorn_kv, regions[1]
 _Static_assert(sizeof(vorn_specialized_ctx) == 88 * 8, "the context record is 88 words");
 _Static_assert(sizeof(vorn_kernel) == 8, "a dispatch entry is one word");
 _Static_assert(sizeof(vorn_bv_iter) == 32, "the iterator is four words");
+_Static_assert(sizeof(vorn_topk_entry) == 16, "a top-K entry is 16 bytes");
 _Static_assert(offsetof(vorn_xlate_table, table) == 5 * 8, "the table is the sixth word");
 _Static_assert(sizeof(vorn_kv_region) == 80, "a table region is 80 bytes");
 _Static_assert(offsetof(vorn_kv_region, segment_bits) == 4 && offsetof(vorn_kv_region, page_bits) == 5 &&

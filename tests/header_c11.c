@@ -163,3 +163,14 @@ _Static_assert(offsetof(vorn_transpose_spec, offset_cursors) == 40, "transpose o
 _Static_assert(offsetof(vorn_transpose_spec, data_cursors) == 48, "transpose data_cursors");
 _Static_assert(offsetof(vorn_transpose_spec, data_limits) == 56, "transpose data_limits");
 _Static_assert(sizeof(vorn_transpose_spec) == 64, "transpose spec size");
+/* The parsed vector header: four bytes, then the element count. */
+_Static_assert(offsetof(vorn_lvector_header, body_off) == 1, "body offset second");
+_Static_assert(offsetof(vorn_lvector_header, second_off) == 2, "second offset third");
+_Static_assert(offsetof(vorn_lvector_header, flags) == 3, "kept flags fourth");
+_Static_assert(offsetof(vorn_lvector_header, dims) == 4 && sizeof(vorn_lvector_header) == 8,
+               "dimensions in the word behind them");
+
+/* A top-K entry: the row in the first four bytes, the distance in the last eight. */
+_Static_assert(offsetof(vorn_topk_entry, row) == 0, "row first");
+_Static_assert(offsetof(vorn_topk_entry, distance) == 8 && sizeof(vorn_topk_entry) == 16,
+               "distance in the last eight bytes");

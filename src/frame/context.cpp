@@ -7,6 +7,7 @@
 #include "frame/entries.h"
 #include "kv/kv_entries.h"
 #include "spatial/spatial_entries.h"
+#include "vector/vector_entries.h"
 
 extern "C" {
 
@@ -158,12 +159,12 @@ const vorn_specialized_ctx vorn_global_specialized_ctx = {
     vorn_unserved_dydi,  // vorn_sum_vec_dydi
     vorn_lookup_and_compare_dydi,
     vorn_unserved_dydi,  // vorn_prefix_sum_vec_dydi
-    vorn_unserved_dydi,  // vorn_vector_distance_dydi
-    vorn_unserved_dydi,  // vorn_vector_topk_dydi
-    vorn_unserved_dydi,  // vorn_vector_pick_metric_dydi
-    vorn_unserved_dydi,  // vorn_vector_parse_dydi
-    vorn_unserved_dydi,  // vorn_vector_convert_fp_dydi
-    vorn_unserved_dydi,  // vorn_vector_arith_dydi
+    vorn_vector_distance_dydi,
+    vorn_vector_topk_dydi,
+    vorn_vector_pick_metric_dydi,
+    vorn_vector_parse_dydi,
+    vorn_vector_convert_fp_dydi,
+    vorn_vector_arith_dydi,
 };
 
 }  // extern "C"

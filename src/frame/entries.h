@@ -113,5 +113,11 @@ VORN_INTERNAL ub8 vorn_transpose_fixed_dydi(const vorn_transpose_spec *spec, vor
 VORN_INTERNAL ub8 vorn_transpose_convert_dydi(const vorn_transpose_spec *spec, const ub1 *const *refs,
                                               sb4 block, sb4 ref_block, ub4 first_row, ub4 last_row,
                                               vorn_kernel_ctx *ctx);
+// ---- Vector search ------------------------------------------------------------
+VORN_INTERNAL vorn_dbv_fn vorn_vector_pick_metric_dydi(ub4 metric, ub4 left_type, ub4 left_c,
+                                                      ub4 left_sparse, ub4 right_type,
+                                                      ub4 right_c, ub4 right_sparse);
+VORN_INTERNAL ub8 vorn_vector_parse_dydi(vorn_vec *res, double **norms, vorn_vec *src,
+                                         ub8 *bad_rows, vorn_kernel_ctx *kctx);
 
 }  // extern "C"

@@ -1,0 +1,200 @@
+// arith_kernel.h - the one template behind the 1,104 vector arithmetic
+// kernels vorn_vector_arith_<op>_<A>_<B>_<R>_<shape>.
+//
+// Per element: both operands are read in their forms (C forms decoded),
+// widened to the working type, combined, and stored in the result's form.
+// The working type is double when any of the three forms is double, int
+// for int8_int8_int8, float otherwise; it is always the result's own type.
+//
+// Failures, checked element by element in order; the elements before the
+// failing one are stored, the failing one and those behind it are not, and
+// no norm is written:
+//   - floating results: an infinite or NaN result returns 4 (this is also
+//     what a division by zero or 0/0 becomes);
+//   - int8 results: add, sub and mul out of [-128, 127] return 4; a zero
+//     divisor returns 5, a quotient above 127 (-128 / -1) returns 4, and
+//     the quotient truncates toward zero.
+//
+// Blocks: 16 elements while they fit, then 4, then one at a time.  A block
+// is computed whole, checked, and stored; a block with a failure is redone
+// element by element so that exactly the elements before the failure stand.
+//
+// Norm of the _wnorm shapes: the squares of the result elements (float
+// results squared in float, double in double, int8 as integers), summed in
+// double in this fixed lane order, which is part of the result:
+//   - block of 16: four accumulators of two lanes; element j of the block
+//     goes to accumulator j / 4, lane j % 2;
+//   - block of 4: accumulator 0, lane j % 2;
+//   - single elements: one scalar accumulator;
+//   - at the end: (acc0 + acc1) + (acc2 + acc3) lane by lane, then
+//     lane 0 + lane 1, then + the scalar accumulator.
+// An infinite or NaN sum returns 4; a sum below 0.0 gives 0.0, else the root.
+#pragma once
+
+#include "vector/elem_forms.h"
+#include "vector/vector_entries.h"
+
+namespace vorn::vec {
+
+enum ArithOp : ub4 { kAdd = 0, kSub = 1, kMul = 2, kDiv = 3 };
+inline constexpr ub4 kArithOps = 4;
+inline constexpr ub4 kFirstArithCode = 19;  // 19 add, 20 sub, 21 mul, 22 div
+
+// The form triples that have kernels: the result at least as wide as the
+// wider operand, and an int8 result only from two int8 operands.
+constexpr bool arith_triple(Form a, Form b, Form r) {
+    if (is_int8(a) && is_int8(b)) return true;
+    if (is_double(a) || is_double(b)) return is_double(r);
+    return !is_int8(r);
+}
+
+template <Form A, Form B, Form R>
+using work_t = std::conditional_t<is_int8(R), int,
+                                  std::conditional_t<is_double(A) || is_double(B) || is_double(R), double, float>>;
+
+// The square that a result element adds to the norm.
+template <Form R>
+VORN_INLINE double norm_square(elem_t<R> v) {
+    if constexpr (is_float(R)) return static_cast<double>(v * v);
+    else if constexpr (is_double(R)) return v * v;
+    else return static_cast<double>(v * v);
+}
+
+// The norm's accumulators in their fixed lane order.
+struct NormLanes {
+    double acc[4][2] = {};
+    double single = 0.0;
+    VORN_INLINE double fold() const {
+        const double lo = (acc[0][0] + acc[1][0]) + (acc[2][0] + acc[3][0]);
+        const double hi = (acc[0][1] + acc[1][1]) + (acc[2][1] + acc[3][1]);
+        return (lo + hi) + single;
+    }
+};
+
+template <ub4 Op, Form A, Form B, Form R>
+struct ArithElem {
+    using W = work_t<A, B, R>;
+    static VORN_INLINE W widen_a(const void *p, ub8 i) { return static_cast<W>(read_elem<A>(p, i)); }
+    static VORN_INLINE W widen_b(const void *p, ub8 i) { return static_cast<W>(read_elem<B>(p, i)); }
+
+    // One element: the result in *out and 0, or the failure code.
+    static VORN_INLINE ub4 apply(W a, W b, W *out) {
+        if constexpr (std::is_same_v<W, int>) {
+            int v;
+            if constexpr (Op == kDiv) {
+                if (b == 0) {
+                    *out = 0;
+                    return 5;
+                }
+                v = a / b;
+            } else if constexpr (Op == kAdd) {
+                v = a + b;
+            } else if constexpr (Op == kSub) {
+                v = a - b;
+            } else {
+                v = a * b;
+            }
+            *out = v;
+            return (v < -128 || v > 127) ? 4 : 0;
+        } else {
+            W v;
+            if constexpr (Op == kAdd) v = a + b;
+            else if constexpr (Op == kSub) v = a - b;
+            else if constexpr (Op == kMul) v = a * b;
+            else v = a / b;
+            *out = v;
+            return exp_all_ones(v) ? 4 : 0;
+        }
+    }
+};
+
+template <ub4 Op, Form A, Form B, Form R, bool Scalar, bool WNorm>
+ub8 arith_kernel(ub4 dim, const void *left, const void *right, void *res, double *norm) {
+    using E = ArithElem<Op, A, B, R>;
+    using W = typename E::W;
+    const W scalar = Scalar ? E::widen_b(right, 0) : W{};
+    NormLanes lanes;
+    ub8 i = 0;
+
+    // Elements [from, to) one by one: stores each good one and returns the
+    // first failure's code.  A failed block lands here.
+    auto one_by_one = [&](ub8 from, ub8 to) -> ub4 {
+        for (ub8 k = from; k < to; ++k) {
+            W v;
+            const ub4 code = E::apply(E::widen_a(left, k), Scalar ? scalar : E::widen_b(right, k), &v);
+            if (code != 0) return code;
+            write_elem<R>(res, k, v);
+            if constexpr (WNorm) lanes.single += norm_square<R>(v);
+        }
+        return 0;
+    };
+
+    // Block of N: computed and checked whole, then stored.
+    auto block = [&]<ub4 N>(ub8 at, auto &&to_norm) -> bool {
+        W v[N];
+        ub4 bad = 0;
+        for (ub4 j = 0; j < N; ++j)
+            bad |= E::apply(E::widen_a(left, at + j), Scalar ? scalar : E::widen_b(right, at + j), &v[j]);
+        if (bad != 0) return false;
+        for (ub4 j = 0; j < N; ++j) write_elem<R>(res, at + j, v[j]);
+        if constexpr (WNorm)
+            for (ub4 j = 0; j < N; ++j) to_norm(j, norm_square<R>(v[j]));
+        return true;
+    };
+
+    for (; i + 16 <= dim; i += 16) {
+        if (!block.template operator()<16>(i, [&](ub4 j, double s) { lanes.acc[j / 4][j % 2] += s; }))
+            return one_by_one(i, i + 16);
+    }
+    for (; i + 4 <= dim; i += 4) {
+        if (!block.template operator()<4>(i, [&](ub4 j, double s) { lanes.acc[0][j % 2] += s; }))
+            return one_by_one(i, i + 4);
+    }
+    if (const ub4 code = one_by_one(i, dim); code != 0) return code;
+    if constexpr (WNorm) return finish_norm(lanes.fold(), norm);
+    return 0;
+}
+
+// ---- The table of one operation ----------------------------------------------
+
+// Shapes in the order of the dispatch key's last two bits: scalar * 2 + wnorm.
+inline constexpr ub4 kArithShapes = 4;
+inline constexpr const char *kShapeNames[kArithShapes] = {"vec", "vec_wnorm", "scalar", "scalar_wnorm"};
+
+// The kernels of one operation at ((a * 5 + b) * 5 + r) * 4 + shape; null
+// where the triple has none.
+struct ArithOpTable {
+    vorn_vector_arith_fn kernels[kForms * kForms * kForms * kArithShapes];
+    vorn_vector_arith_fn at(Form a, Form b, Form r, ub4 shape) const {
+        return kernels[((static_cast<ub4>(a) * kForms + static_cast<ub4>(b)) * kForms + static_cast<ub4>(r)) *
+                           kArithShapes +
+                       shape];
+    }
+};
+
+template <ub4 Op, ub4 Index>
+constexpr vorn_vector_arith_fn arith_entry() {
+    constexpr Form a = form_at(Index / (kForms * kForms * kArithShapes));
+    constexpr Form b = form_at(Index / (kForms * kArithShapes) % kForms);
+    constexpr Form r = form_at(Index / kArithShapes % kForms);
+    constexpr ub4 shape = Index % kArithShapes;
+    if constexpr (arith_triple(a, b, r)) return &arith_kernel<Op, a, b, r, (shape >> 1) != 0, (shape & 1) != 0>;
+    else return nullptr;
+}
+
+template <ub4 Op, ub4... I>
+constexpr ArithOpTable make_arith_table(std::integer_sequence<ub4, I...>) {
+    ArithOpTable t{};
+    ((t.kernels[I] = arith_entry<Op, I>()), ...);
+    return t;
+}
+
+template <ub4 Op>
+constexpr ArithOpTable arith_table() {
+    return make_arith_table<Op>(std::make_integer_sequence<ub4, kForms * kForms * kForms * kArithShapes>{});
+}
+
+// The four tables, one per operation, each built in a translation unit of its own.
+extern const ArithOpTable kArithAdd, kArithSub, kArithMul, kArithDiv;
+
+}  // namespace vorn::vec

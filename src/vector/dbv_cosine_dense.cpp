@@ -1,0 +1,4 @@
+// The dense cosine kernels: vorn_dbv_cosine_*.
+#include "vector/dbv_kernel.h"
+
+VORN_DBV_DEFINE_DENSE_METRIC(cosine)

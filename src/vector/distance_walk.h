@@ -1,0 +1,199 @@
+// distance_walk.h - the row walks shared by the distance and top-K drivers:
+// uniform columns (one kernel for every row, the query decoded once) and
+// flexible columns (each row a stored value with its own header).  Each
+// walk hands (output index, row, distance) to a sink.
+#pragma once
+
+#include <cmath>
+
+#include "vector/dbv_names.h"
+#include "vector/euclid_rows.h"
+#include "vector/row_walk.h"
+#include "vector/value_format.h"
+#include "vector/vector_entries.h"
+
+namespace vorn::vec {
+
+inline constexpr ub4 kFlexMask = VORN_VEC_COLUMN | VORN_VEC_FLEX;
+
+VORN_INLINE bool flex_column(const vorn_enc_ctx *e) { return (e->flags & kFlexMask) == kFlexMask; }
+VORN_INLINE bool c_column(const vorn_enc_ctx *e) { return !VORN_ENC_CTX_FLAG(e, VORN_NATIVE_FP); }
+
+// Decodes the elements of a C-form query body into native form in scratch,
+// for the single uniform driver: a sparse body's count and positions are
+// copied as they are and its values land at the first 8-byte aligned
+// address behind them; dense elements land at the first 8-byte aligned
+// address of scratch.  Returns the body the kernel is to read, or the
+// query itself when its type has no C form.
+const void *decode_query(const void *query, ub4 type, bool sparse, ub4 dim, void *scratch);
+
+// Walks uniform rows: distance of row r against the query (single) or of
+// left row r against right row r (paired).  A non-zero kernel return ends
+// the walk and is returned.
+template <bool Single, class Sink>
+ub8 walk_unif(vorn_vec *right, vorn_vec *left, vorn_dbv_fn kernel, ub4 metric, const void *query,
+              vorn_kernel_ctx *ctx, ub8 capacity, Sink &&sink, ub8 *walked) {
+    const ub4 dim = right->enc_ctx->vec_dim;
+    return walk_rows(
+        ctx, right->size, capacity,
+        [&](const ub4 *rows, ub4 n) {
+            prefetch_row_pointers(right, rows, n);
+            if (!Single) prefetch_row_pointers(left, rows, n);
+        },
+        [&](ub8 k, ub4 r, ub4 next) -> ub8 {
+            __builtin_prefetch(row_pointer(right, next));
+            if (!Single) __builtin_prefetch(row_pointer(left, next));
+            double d;
+            const ub8 code = kernel(dim, Single ? query : row_pointer(left, r), row_pointer(right, r), metric, &d);
+            if (code != 0) return code;
+            sink(k, r, d);
+            return 0;
+        },
+        walked);
+}
+
+// The single-query walk of squared euclid over float or int8 rows, eight
+// rows at a time (euclid_rows.h): rows are gathered in walk order and their
+// results reach the sink in that order, so the sink cannot tell this walk
+// from walk_unif's.  The query is widened to floats on the stack.
+template <bool Int8, class Sink>
+ub8 walk_euclid8(vorn_vec *right, const void *query, ub4 metric, vorn_kernel_ctx *ctx, ub8 capacity, Sink &&sink,
+                 ub8 *walked) {
+    const ub4 dim = right->enc_ctx->vec_dim;
+    alignas(16) float q[kEuclidMaxDim];
+    for (ub4 i = 0; i < dim; ++i) q[i] = load_row1<Int8>(query, i);
+    const void *ptrs[kEuclidRows];
+    ub8 ks[kEuclidRows];
+    ub4 rs[kEuclidRows];
+    ub4 n = 0;
+    auto flush = [&](ub4 count) {
+        for (ub4 j = count; j < kEuclidRows; ++j) ptrs[j] = ptrs[0];
+        double d[kEuclidRows];
+        euclid_rows8<Int8>(q, ptrs, dim, d);
+        for (ub4 j = 0; j < count; ++j)
+            sink(ks[j], rs[j], metric == VORN_METRIC_EUCLID ? (d[j] < 0.0 ? 0.0 : std::sqrt(d[j])) : d[j]);
+    };
+    const ub8 code = walk_rows(
+        ctx, right->size, capacity, [&](const ub4 *rows, ub4 count) { prefetch_row_pointers(right, rows, count); },
+        [&](ub8 k, ub4 r, ub4 next) -> ub8 {
+            __builtin_prefetch(row_pointer(right, next));
+            ptrs[n] = row_pointer(right, r);
+            ks[n] = k;
+            rs[n] = r;
+            if (++n == kEuclidRows) {
+                flush(n);
+                n = 0;
+            }
+            return 0;
+        },
+        walked);
+    if (n != 0) flush(n);
+    return code;
+}
+
+// The single-query walk of hamming over bit vectors, the count inlined:
+// the rows are short (a 128-bit row is two words), so the call of a kernel
+// per row would cost more than its count.
+template <class Sink>
+ub8 walk_hamming_bits(vorn_vec *right, const void *query, vorn_kernel_ctx *ctx, ub8 capacity, Sink &&sink,
+                      ub8 *walked) {
+    const ub8 bytes = (ub8{right->enc_ctx->vec_dim} + 7) >> 3, words = bytes >> 3;
+    const auto *q = static_cast<const ub1 *>(query);
+    return walk_rows(
+        ctx, right->size, capacity, [&](const ub4 *rows, ub4 count) { prefetch_row_pointers(right, rows, count); },
+        [&](ub8 k, ub4 r, ub4 next) -> ub8 {
+            __builtin_prefetch(row_pointer(right, next));
+            const auto *row = static_cast<const ub1 *>(row_pointer(right, r));
+            ub8 n = 0;
+            for (ub8 w = 0; w < words; ++w) n += ub8(__builtin_popcountll(load<ub8>(row + 8 * w) ^ load<ub8>(q + 8 * w)));
+            for (ub8 b = words * 8; b < bytes; ++b) n += ub8(__builtin_popcount(ub4(row[b] ^ q[b])));
+            sink(k, r, double(n));
+            return 0;
+        },
+        walked);
+}
+
+// The single-query walk: eight rows at a time where the kernel is squared
+// euclid over native float or int8 rows, the count inlined for hamming of
+// bit vectors, else one kernel call a row.
+template <class Sink>
+ub8 walk_single_unif(vorn_vec *right, vorn_vec *left, vorn_dbv_fn kernel, ub4 metric, const void *query,
+                     vorn_kernel_ctx *ctx, ub8 capacity, Sink &&sink, ub8 *walked) {
+    if (kernel == &vorn_dbv_hamming_bitmsb0_bitmsb0)
+        return walk_hamming_bits(right, query, ctx, capacity, sink, walked);
+    if (right->enc_ctx->vec_dim <= kEuclidMaxDim) {
+        if (kernel == &vorn_dbv_euclid_float_float)
+            return walk_euclid8<false>(right, query, metric, ctx, capacity, sink, walked);
+        if (kernel == &vorn_dbv_euclid_int8_int8)
+            return walk_euclid8<true>(right, query, metric, ctx, capacity, sink, walked);
+    }
+    return walk_unif<true>(right, left, kernel, metric, query, ctx, capacity, sink, walked);
+}
+
+// One stored value's header, read as lvector_to_header_basic reads it:
+// false for a value that the kernels refuse.
+struct FlexValue {
+    ub4 type, c, sparse, dims, body_off;
+};
+VORN_INLINE bool read_flex(const void *value, FlexValue *v) {
+    const auto *b = static_cast<const ub1 *>(value);
+    if (b[0] != VORN_LV_MAGIC || b[1] > VORN_LV_MAX_VERSION || (b[3] & VORN_LV_USABLE_MASK) == 0) return false;
+    const ub4 flags = b[3], format = b[4];
+    v->type = vorn_dbv_lvtype2vorn(format);
+    v->c = (flags & VORN_LV_NATIVE) == 0 ? 1 : 0;
+    v->sparse = (flags & VORN_LV_SPARSE) != 0 ? 1 : 0;
+    v->dims = load_be32(b + 5);
+    v->body_off = body_offset(flags, format);
+    return true;
+}
+
+// Walks flexible rows: each pair of values has its headers read and its
+// kernel picked.  A faulty row (a refused header, differing dimensions, no
+// kernel, a non-zero kernel return) gets no distance and, when the walk runs
+// over bv_aux, loses its bit there; the walk goes on.
+template <bool Single, class Sink>
+ub8 walk_flex(vorn_vec *right, vorn_vec *left, ub4 metric, vorn_kernel_ctx *ctx, ub8 capacity, Sink &&sink,
+              ub8 *walked) {
+    ub8 *selection = ctx != nullptr ? const_cast<ub8 *>(ctx->bv_aux) : nullptr;
+    return walk_rows(
+        ctx, right->size, capacity,
+        [&](const ub4 *rows, ub4 n) {
+            prefetch_row_pointers(right, rows, n);
+            if (!Single) prefetch_row_pointers(left, rows, n);
+        },
+        [&](ub8 k, ub4 r, ub4 next) -> ub8 {
+            __builtin_prefetch(row_pointer(right, next));
+            const auto *lv = static_cast<const ub1 *>(row_pointer(left, Single ? 0 : r));
+            const auto *rv = static_cast<const ub1 *>(row_pointer(right, r));
+            FlexValue a, b;
+            double d;
+            bool ok = read_flex(lv, &a) && read_flex(rv, &b) && a.dims == b.dims;
+            if (ok) {
+                const vorn_dbv_fn kernel =
+                    vorn_vector_pick_metric_dydi(metric, a.type, a.c, a.sparse, b.type, b.c, b.sparse);
+                ok = kernel != nullptr && kernel(a.dims, lv + a.body_off, rv + b.body_off, metric, &d) == 0;
+            }
+            if (ok) sink(k, r, d);
+            else if (selection != nullptr) selection[r >> 6] &= ~(ub8{1} << (r & 63));
+            return 0;
+        },
+        walked);
+}
+
+// The shape check and the kernel pick of both entries.
+struct DistancePlan {
+    bool paired;
+    bool flex;
+    vorn_dbv_fn kernel;
+    ub4 metric;
+};
+ub8 plan_distance(vorn_vec *right, vorn_vec *left, ub8 metric, ub8 forms, void *scratch, DistancePlan *plan);
+
+// The query body of a single uniform call: decoded into scratch as above
+// when it runs against more than one row, in C form, with scratch present.
+const void *single_query(const vorn_vec *right, const vorn_vec *left, void *scratch, ub4 left_sparse);
+
+// Rewrites n result doubles in the order-preserving form.
+void doubles_to_c(double *d, ub8 n);
+
+}  // namespace vorn::vec

@@ -1,0 +1,304 @@
+// Top-K: vorn_vector_topk_dydi against two models.  The first says what
+// any correct answer is: the K best distances of the walk, ascending (NaN
+// worst, of NaNs the larger row worse), and the rows better than the cut.
+// The second is the exact heap with its pop-then-push
+// replacement and its sorting pops, which also fixes where equal distances
+// stand inside the list.  Over K larger than the rows, K of 1, many ties,
+// several NaNs, the three selections, results in both forms, flexible
+// columns with faulty rows, and the shape codes.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <limits>
+
+#include "support/distance_model.h"
+#include "support/test_host.h"
+
+namespace {
+
+using namespace vorntest;
+using namespace vorntest::vec;
+
+struct Entry {
+    ub4 row;
+    double d;
+};
+
+bool worse(const Entry &x, const Entry &y) {
+    if (std::isnan(x.d) && std::isnan(y.d)) return x.row > y.row;
+    if (std::isnan(x.d)) return true;
+    if (std::isnan(y.d)) return false;
+    return x.d > y.d;
+}
+
+// The exact heap, as a plain array.
+struct HeapModel {
+    std::vector<Entry> h;
+    std::size_t k;
+    void up(std::size_t i, Entry e) {
+        while (i > 0 && worse(e, h[(i - 1) / 2])) {
+            h[i] = h[(i - 1) / 2];
+            i = (i - 1) / 2;
+        }
+        h[i] = e;
+    }
+    void pop(std::size_t n) {
+        Entry saved = h[n - 1];
+        h[n - 1] = h[0];
+        std::size_t m = n - 1, i = 0;
+        while (2 * i + 2 < m) {
+            std::size_t c = worse(h[2 * i + 1], h[2 * i + 2]) ? 2 * i + 1 : 2 * i + 2;
+            h[i] = h[c];
+            i = c;
+        }
+        if (2 * i + 1 < m) {
+            h[i] = h[2 * i + 1];
+            i = 2 * i + 1;
+        }
+        if (m > 0) up(i, saved);
+    }
+    void offer(Entry e) {
+        if (h.size() < k) {
+            h.push_back(e);
+            up(h.size() - 1, e);
+            return;
+        }
+        if (!worse(h[0], e)) return;
+        if (h.size() == 1) {
+            h[0] = e;
+            return;
+        }
+        pop(h.size());
+        up(h.size() - 1, e);
+    }
+    void sort() {
+        for (std::size_t n = h.size(); n > 1; --n) pop(n);
+    }
+};
+
+// Any correct answer: the best K, ascending (of equals, the earliest first).
+std::vector<Entry> best_k(std::vector<Entry> seen, std::size_t k) {
+    std::stable_sort(seen.begin(), seen.end(), [](const Entry &a, const Entry &b) { return worse(b, a); });
+    if (seen.size() > k) seen.resize(k);
+    return seen;
+}
+
+// A column whose rows have few distinct distances (many ties) and NaNs:
+// one-element float rows against a query of 0, metric 2 (the square).
+struct TieColumn {
+    vorn_enc_ctx enc{};
+    vorn_vec vec{};
+    std::vector<float> values;
+    std::vector<const void *> ptrs;
+    TieColumn(std::mt19937_64 &rng, std::size_t n, unsigned distinct, unsigned nan_every) {
+        enc.flags = VORN_VEC_COLUMN | VORN_NATIVE_FP;
+        enc.elem_type = 1;
+        enc.vec_dim = 1;
+        values.resize(n);
+        for (auto &v : values)
+            v = nan_every && rng() % nan_every == 0 ? std::numeric_limits<float>::quiet_NaN()
+                                                   : static_cast<float>(rng() % distinct);
+        for (auto &v : values) ptrs.push_back(&v);
+        vec.enc_ctx = &enc;
+        vec.size = static_cast<ub4>(n);
+        vec.data = ptrs.data();
+    }
+};
+
+struct TopKResult {
+    vorn_enc_ctx enc{};
+    vorn_vec vec{};
+    std::vector<vorn_topk_entry> entries;
+    TopKResult(ub4 k, bool c_form) : entries(k + 1, vorn_topk_entry{0xdeadu, 0, -1.0}) {
+        enc.flags = c_form ? 0 : VORN_NATIVE_FP;
+        vec.enc_ctx = &enc;
+        vec.data = entries.data();
+        vec.size = k;
+    }
+    double distance(std::size_t i) const {
+        if (VORN_ENC_CTX_FLAG(&enc, VORN_NATIVE_FP)) return entries[i].distance;
+        ub8 v;
+        std::memcpy(&v, &entries[i].distance, 8);
+        return c_dec64(v);
+    }
+};
+
+void check(const TopKResult &res, const std::vector<Entry> &seen, std::size_t k) {
+    HeapModel heap{{}, k};
+    for (const auto &e : seen) heap.offer(e);
+    heap.sort();
+    const auto best = best_k(seen, k);
+    ASSERT_EQ(res.vec.size, best.size());
+    ASSERT_EQ(heap.h.size(), best.size());
+    for (std::size_t i = 0; i < best.size(); ++i) {
+        ASSERT_EQ(res.entries[i].row, heap.h[i].row) << "entry " << i;
+        ASSERT_TRUE(same_bits(res.distance(i), heap.h[i].d)) << "entry " << i;
+        // The same set as any correct answer, in ascending order.
+        ASSERT_TRUE(same_bits(res.distance(i), best[i].d)) << "entry " << i;
+    }
+    // The rows better than the cut are those of any correct answer; at the
+    // cut the replacements' pops decide which of the equal rows stay.
+    if (best.empty()) return;
+    const Entry cut = best.back();
+    std::vector<ub4> a, b;
+    for (std::size_t i = 0; i < best.size(); ++i) {
+        if (worse(cut, Entry{res.entries[i].row, res.distance(i)})) a.push_back(res.entries[i].row);
+        if (worse(cut, best[i])) b.push_back(best[i].row);
+    }
+    std::sort(a.begin(), a.end());
+    std::sort(b.begin(), b.end());
+    ASSERT_EQ(a, b);
+    ASSERT_EQ(res.entries[best.size()].row, 0xdeadu);
+}
+
+TEST(VectorTopK, TiesNaNsAndEveryK) {
+    std::mt19937_64 rng(41);
+    float zero = 0.0f;
+    const void *query_ptr = &zero;
+    vorn_enc_ctx qenc{};
+    qenc.flags = VORN_NATIVE_FP | VORN_VEC_COLUMN;
+    qenc.elem_type = 1;
+    qenc.vec_dim = 1;
+    vorn_vec query{};
+    query.enc_ctx = &qenc;
+    query.data = &query_ptr;
+    query.size = 1;
+    for (unsigned trial = 0; trial < 300; ++trial) {
+        const std::size_t n = 1 + rng() % 300;
+        TieColumn col(rng, n, 1 + static_cast<unsigned>(rng() % 12), trial % 3 == 0 ? 0 : 1 + rng() % 6);
+        const ub4 k = static_cast<ub4>(trial % 5 == 0 ? 1 : trial % 5 == 1 ? n + 5 : 1 + rng() % n);
+        TopKResult res(k, rng() % 2);
+        ASSERT_EQ(ctx().vorn_vector_topk_dydi(&res.vec, &col.vec, &query, 2, 0, nullptr, nullptr), 0u);
+        std::vector<Entry> seen;
+        for (ub4 r = 0; r < n; ++r) seen.push_back({r, double(col.values[r]) * double(col.values[r])});
+        SCOPED_TRACE(testing::Message() << "trial " << trial << " n " << n << " k " << k);
+        check(res, seen, k);
+    }
+}
+
+// The small cases by hand: equal distances arriving after the heap is full
+// are refused, so the earlier rows stay; NaNs come last by ascending row;
+// K of 1 keeps the smallest.
+TEST(VectorTopK, SmallCasesByHand) {
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    auto run = [](std::vector<float> values, ub4 k) {
+        std::vector<const void *> ptrs;
+        for (auto &v : values) ptrs.push_back(&v);
+        vorn_enc_ctx enc{};
+        enc.flags = VORN_VEC_COLUMN | VORN_NATIVE_FP;
+        enc.elem_type = 1;
+        enc.vec_dim = 1;
+        vorn_vec col{}, query{};
+        col.enc_ctx = query.enc_ctx = &enc;
+        col.data = ptrs.data();
+        col.size = static_cast<ub4>(values.size());
+        float zero = 0.0f;
+        const void *qp = &zero;
+        query.data = &qp;
+        query.size = 1;
+        TopKResult res(k, false);
+        EXPECT_EQ(ctx().vorn_vector_topk_dydi(&res.vec, &col, &query, 2, 0, nullptr, nullptr), 0u);
+        std::vector<ub4> rows;
+        for (ub4 i = 0; i < res.vec.size; ++i) rows.push_back(res.entries[i].row);
+        return rows;
+    };
+    EXPECT_EQ(run({1, 2, 2, 2, 2}, 3), (std::vector<ub4>{0, 2, 1}));  // the sorting pops order the equal ones
+    EXPECT_EQ(run({nan, 3, nan, 1, nan}, 5), (std::vector<ub4>{3, 1, 0, 2, 4}));
+    EXPECT_EQ(run({nan, nan, nan, 5}, 2), (std::vector<ub4>{3, 0}));
+    EXPECT_EQ(run({4, 3, 5, 1, 2}, 1), (std::vector<ub4>{3}));
+    EXPECT_EQ(run({4, 3}, 7), (std::vector<ub4>{1, 0}));
+}
+
+TEST(VectorTopK, SelectionsWalkEveryRowLeft) {
+    std::mt19937_64 rng(42);
+    for (unsigned elem : {unsigned(kFloat), unsigned(kCFloat), unsigned(kInt8), UnifColumn::kBits})
+        for (unsigned kind = 0; kind < 3; ++kind)
+            for (unsigned paired = 0; paired < 2; ++paired)
+                for (unsigned trial = 0; trial < 6; ++trial) {
+                    const unsigned dim = 1 + static_cast<unsigned>(rng() % 20);
+                    const ub4 n = 1 + static_cast<ub4>(rng() % 900);
+                    UnifColumn right(elem, dim, n, rng), left(elem, dim, paired ? n : 1, rng);
+                    std::vector<ub8> bits = random_bits(rng, n, 0.4);
+                    std::vector<ub4> list;
+                    for (ub4 r = 0; r < n; ++r)
+                        if (rng() % 2) list.push_back(r);
+                    vorn_kernel_ctx k{};
+                    if (kind == 0) k.bv_aux = bits.data();
+                    if (kind == 1) {
+                        k.ones_vec = list.data();
+                        k.ones_vec_size = static_cast<ub4>(list.size());
+                    }
+                    k.row_pos = static_cast<ub4>(kind == 1 ? rng() % (list.size() + 1) : rng() % n);
+                    const vorn_kernel_ctx before = k;
+                    const auto rows = walked_rows(k, n, ~ub8{0});
+                    const ub4 K = static_cast<ub4>(1 + rng() % 12);
+                    TopKResult res(K, rng() % 2);
+                    const unsigned metric = elem == UnifColumn::kBits ? 8 : 2;
+                    ASSERT_EQ(ctx().vorn_vector_topk_dydi(&res.vec, &right.vec, &left.vec, metric, 0, &k, nullptr), 0u);
+                    std::vector<Entry> seen;
+                    for (ub4 r : rows) {
+                        const auto &a = left.rows[paired ? r : 0];
+                        seen.push_back({r, elem == UnifColumn::kBits ? hamming_bits_model(a, right.rows[r], dim)
+                                                                     : euclid_model(elem, elem, a, right.rows[r], dim, 2)});
+                    }
+                    check(res, seen, K);
+                    EXPECT_EQ(k.row_pos, cursor_after(before, rows));
+                }
+}
+
+TEST(VectorTopK, FlexibleRowsWithFaultsTakeNoPlace) {
+    std::mt19937_64 rng(43);
+    for (unsigned trial = 0; trial < 20; ++trial) {
+        const unsigned dim = 1 + static_cast<unsigned>(rng() % 10);
+        const ub4 n = 1 + static_cast<ub4>(rng() % 200);
+        std::vector<std::vector<ub1>> values, bodies;
+        std::vector<bool> good;
+        std::vector<const void *> ptrs;
+        for (ub4 r = 0; r < n; ++r) {
+            std::vector<ub1> body(dim * 4);
+            for (unsigned i = 0; i < dim; ++i) put(body, kCFloat, i, double(rng() % 5));
+            auto v = stored_value(2, 0x02, dim, body);
+            const bool bad = rng() % 5 == 0;
+            if (bad) v[0] = 0x00;
+            values.push_back(v);
+            bodies.push_back(body);
+            good.push_back(!bad);
+        }
+        for (auto &v : values) ptrs.push_back(v.data());
+        vorn_enc_ctx enc{};
+        enc.flags = VORN_VEC_COLUMN | VORN_VEC_FLEX;
+        vorn_vec col{};
+        col.enc_ctx = &enc;
+        col.data = ptrs.data();
+        col.size = n;
+        std::vector<ub1> qbody(dim * 4);
+        for (unsigned i = 0; i < dim; ++i) put(qbody, kCFloat, i, 2.0);
+        auto qv = stored_value(2, 0x02, dim, qbody);
+        const void *qp = qv.data();
+        vorn_vec query{};
+        query.enc_ctx = &enc;
+        query.data = &qp;
+        query.size = 1;
+        const ub4 K = 1 + static_cast<ub4>(rng() % 15);
+        TopKResult res(K, false);
+        ASSERT_EQ(ctx().vorn_vector_topk_dydi(&res.vec, &col, &query, 2, 0, nullptr, nullptr), 0u);
+        std::vector<Entry> seen;
+        for (ub4 r = 0; r < n; ++r)
+            if (good[r]) seen.push_back({r, euclid_model(kCFloat, kCFloat, qbody, bodies[r], dim, 2)});
+        check(res, seen, K);
+    }
+}
+
+TEST(VectorTopK, ShapeCodes) {
+    std::mt19937_64 rng(44);
+    UnifColumn three(kFloat, 4, 3, rng), two(kFloat, 4, 2, rng);
+    TopKResult res(4, false);
+    EXPECT_EQ(ctx().vorn_vector_topk_dydi(&res.vec, &two.vec, &three.vec, 2, 0, nullptr, nullptr), 2u);
+    EXPECT_EQ(ctx().vorn_vector_topk_dydi(&res.vec, &three.vec, &three.vec, 9, 0, nullptr, nullptr), 24u);
+    three.enc.flags |= VORN_VEC_FLEX;
+    EXPECT_EQ(ctx().vorn_vector_topk_dydi(&res.vec, &three.vec, &two.vec, 2, 0, nullptr, nullptr), 2u);
+    UnifColumn one(kFloat, 4, 1, rng);
+    EXPECT_EQ(ctx().vorn_vector_topk_dydi(&res.vec, &three.vec, &one.vec, 2, 0, nullptr, nullptr), 24u);
+}
+
+}  // namespace
