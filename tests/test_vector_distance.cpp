@@ -407,6 +407,17 @@ TEST(VectorDistance, EveryKernelAgainstModel) {
     }
 }
 
+uint64_t spread_pattern(std::mt19937_64 &rng, Base b) {
+    const double v = double(rng() % 100000) / 7.0 * std::ldexp(1.0, int(rng() % 24) - 12);
+    switch (b) {
+        case I8: return rng() & 0xFF;
+        case F16: return ((rng() & 1) << 15) | ((8 + rng() % 15) << 10) | (rng() & 0x3FF);
+        case BF16: return std::bit_cast<uint32_t>(float(v)) >> 16;
+        case F32: return std::bit_cast<uint32_t>(float(v));
+        default: return std::bit_cast<uint64_t>(v * std::ldexp(1.0, int(rng() % 40)));
+    }
+}
+
 // Long vectors of moderate values, where a reordered sum would round apart.
 TEST(VectorDistance, LongFloatSumsInOrder) {
     std::mt19937_64 rng(99);
@@ -415,11 +426,10 @@ TEST(VectorDistance, LongFloatSumsInOrder) {
         if (kn.left.sparse || kn.left.base == BITS) continue;
         for (uint32_t dims : {960u, 1001u}) {
             Body l = dense_body(rng, kn.left, dims), r = dense_body(rng, kn.right, dims);
-            // Replace the specials by moderate values so that the sums stay finite.
-            for (uint32_t i = 0; i < dims; ++i) {
-                put_element(kn.left, l.p() + i * elem_bytes(kn.left.base),
-                            kn.left.base == I8 ? rng() & 0xFF : (kn.left.base == F16 ? 0x3C00 | (rng() & 0x3FF) : kn.left.base == BF16 ? 0x3F80 | (rng() & 0x7F) : kn.left.base == F32 ? std::bit_cast<uint32_t>(float(rng() % 1000) / 7.0f) : std::bit_cast<uint64_t>(double(rng() % 1000) / 7.0)));
-            }
+            // Finite values over a wide range of magnitudes, where a sum
+            // taken in another order rounds apart.
+            for (uint32_t i = 0; i < dims; ++i)
+                put_element(kn.left, l.p() + i * elem_bytes(kn.left.base), spread_pattern(rng, kn.left.base));
             for (uint32_t code : {1u, 3u, 5u, 7u, 8u}) {
                 double out;
                 vorn_dbv_kernels[k](dims, l.p(), r.p(), code, &out);
