@@ -393,7 +393,11 @@ VORN_INLINE double bits_dense(ub4 dims, const void *l, const void *r, ub4 metric
     const ub8 words = bytes >> 3;
     BitCounts c;
     for (ub8 w = 0; w < words; ++w) count_word<M>(c, load<ub8>(pa + 8 * w), load<ub8>(pb + 8 * w));
-    for (ub8 k = words * 8; k < bytes; ++k) count_byte<M>(c, pa[k], pb[k]);
+    // At most seven bytes remain: a short loop, which the bound keeps from
+    // being vectorised.
+    const ub4 rest = ub4(bytes & 7);
+    const ub1 *ta = pa + 8 * words, *tb = pb + 8 * words;
+    for (ub4 k = 0; k < rest; ++k) count_byte<M>(c, ta[k], tb[k]);
     return finish_bits<M>(c, metric);
 }
 
