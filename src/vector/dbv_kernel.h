@@ -391,8 +391,20 @@ VORN_INLINE double bits_dense(ub4 dims, const void *l, const void *r, ub4 metric
     const auto *pb = static_cast<const ub1 *>(r);
     const ub8 bytes = (ub8(dims) + 7) >> 3;
     const ub8 words = bytes >> 3;
-    BitCounts c;
-    for (ub8 w = 0; w < words; ++w) count_word<M>(c, load<ub8>(pa + 8 * w), load<ub8>(pb + 8 * w));
+    // Two words a step into two sets of counts, so that the population
+    // counts of a step do not wait on each other.
+    BitCounts c, c2;
+    ub8 w = 0;
+    for (; w + 2 <= words; w += 2) {
+        count_word<M>(c, load<ub8>(pa + 8 * w), load<ub8>(pb + 8 * w));
+        count_word<M>(c2, load<ub8>(pa + 8 * w + 8), load<ub8>(pb + 8 * w + 8));
+    }
+    if (w < words) count_word<M>(c, load<ub8>(pa + 8 * w), load<ub8>(pb + 8 * w));
+    c.x += c2.x;
+    c.both += c2.both;
+    c.either += c2.either;
+    c.a += c2.a;
+    c.b += c2.b;
     // At most seven bytes remain: a short loop, which the bound keeps from
     // being vectorised.
     const ub4 rest = ub4(bytes & 7);
