@@ -1,232 +1,546 @@
-// Distance drivers: vorn_vector_distance_dydi over uniform and flexible
-// columns, single and paired, against a plain distance model, with the
-// three row selections, cursors that start inside the column, capacities
-// that cut the walk, the one decode of a C query into scratch, results in
-// both forms, flexible rows with every kind of fault, and the shape codes.
+// Distance kernels, vorn_dbv_*: every one of the 822 against a scalar model
+// that takes the elements one by one in the working precision of the pair
+// and adds them in order, on random dense vectors (NaN, infinities, both
+// zeros, subnormals, dimensions 0, 1, odd and around every block) and
+// random sparse ones (disjoint, equal and interleaved positions, bodies at
+// every offset from an 8-byte boundary), with every metric code.  The pick
+// slot: each of the 1,680 keys gives the kernel of the right name, every
+// other key in range gives null.
 #include <gtest/gtest.h>
 
-#include "support/distance_model.h"
+#include <bit>
+#include <cmath>
+#include <cstring>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
 #include "support/test_host.h"
+#include "vector/dbv_names.h"
 
 namespace {
 
-using namespace vorntest;
-using namespace vorntest::vec;
+using vorntest::ctx;
 
-constexpr double kUnset = -12345.0;
+// ---- Operands by name ----------------------------------------------------------
 
-// A selection of one of the three kinds over `n` rows, with a random cursor.
-struct Selection {
-    std::vector<ub8> bits;
-    std::vector<ub4> list;
-    vorn_kernel_ctx k{};
-    Selection(std::mt19937_64 &rng, unsigned kind, ub4 n) {
-        bits = random_bits(rng, n, rng() % 2 ? 0.5 : 0.05);
-        for (ub4 r = 0; r < n; ++r)
-            if (rng() % 3 == 0) list.push_back(r);
-        if (kind == 0) k.bv_aux = bits.data();
-        if (kind == 1) {
-            k.ones_vec = list.data();
-            k.ones_vec_size = static_cast<ub4>(list.size());
-        }
-        k.row_pos = static_cast<ub4>(kind == 1 ? rng() % (list.size() + 1) : rng() % (n / 2 + 1));
-    }
+enum Base { F32, F64, I8, F16, BF16, BITS };
+
+struct Op {
+    Base base;
+    bool c;
+    bool sparse;
 };
 
-double model_for(unsigned elem, unsigned L, const std::vector<ub1> &a, const std::vector<ub1> &b, unsigned dim,
-                 unsigned metric) {
-    if (elem == UnifColumn::kBits) return hamming_bits_model(a, b, dim);
-    return euclid_model(L, elem, a, b, dim, metric);
-}
-
-// Reads result k in the result's form.
-double result_at(const std::vector<double> &out, std::size_t k, bool c_form) {
-    if (!c_form) return out[k];
-    ub8 v;
-    std::memcpy(&v, &out[k], 8);
-    return c_dec64(v);
-}
-
-TEST(VectorDistance, UniformSingleAndPairedAgainstTheModel) {
-    std::mt19937_64 rng(31);
-    const unsigned elems[] = {kFloat, kCFloat, kDouble, kCDouble, kInt8, UnifColumn::kBits};
-    for (unsigned elem : elems)
-        for (unsigned paired = 0; paired < 2; ++paired)
-            for (unsigned kind = 0; kind < 3; ++kind)
-                for (unsigned trial = 0; trial < 5; ++trial) {
-                    const unsigned dim = static_cast<unsigned>(rng() % 40);
-                    const ub4 n = 1 + static_cast<ub4>(rng() % 700);
-                    const unsigned metric = elem == UnifColumn::kBits ? 8 : 1 + rng() % 2;
-                    UnifColumn right(elem, dim, n, rng), left(elem, dim, paired ? n : 1, rng);
-                    Selection sel(rng, kind, n);
-                    const ub8 cap = 1 + rng() % (n + 20);
-                    std::vector<double> out(cap + 1, kUnset);
-                    vorn_enc_ctx res_enc{};
-                    const bool c_result = rng() % 2;
-                    res_enc.flags = c_result ? 0 : VORN_NATIVE_FP;
-                    vorn_vec res{};
-                    res.enc_ctx = &res_enc;
-                    res.data = out.data();
-                    res.size = static_cast<ub4>(cap);
-                    std::vector<ub1> scratch(8 * dim + 16, 0x77);
-                    const bool with_scratch = rng() % 2;
-                    const vorn_kernel_ctx before = sel.k;
-                    const auto rows = walked_rows(sel.k, n, cap);
-                    const ub8 code = ctx().vorn_vector_distance_dydi(&res, &right.vec, &left.vec, metric, 0, &sel.k,
-                                                                     with_scratch ? scratch.data() : nullptr);
-                    SCOPED_TRACE(testing::Message() << "elem " << elem << " paired " << paired << " kind " << kind
-                                                    << " n " << n << " dim " << dim);
-                    ASSERT_EQ(code, 0u);
-                    for (std::size_t i = 0; i < rows.size(); ++i) {
-                        const ub4 r = rows[i];
-                        const double want =
-                            model_for(elem, elem, left.rows[paired ? r : 0], right.rows[r], dim, metric);
-                        ASSERT_TRUE(same_bits(result_at(out, i, c_result), want)) << "row " << r;
-                    }
-                    ASSERT_EQ(out[rows.size()], kUnset);
-                    EXPECT_EQ(res.num_ones, rows.size());
-                    EXPECT_EQ(sel.k.row_pos, cursor_after(before, rows));
-                }
-}
-
-TEST(VectorDistance, CQueryDecodedOnceIntoScratch) {
-    std::mt19937_64 rng(32);
-    for (unsigned elem : {kCFloat, kCDouble}) {
-        const unsigned dim = 37;
-        UnifColumn right(elem == kCFloat ? kFloat : kDouble, dim, 50, rng), left(elem, dim, 1, rng);
-        std::vector<double> with(50), without(50);
-        std::vector<ub1> scratch(8 * dim + 16, 0x77);
-        vorn_enc_ctx native{};
-        native.flags = VORN_NATIVE_FP;
-        vorn_vec res{};
-        res.enc_ctx = &native;
-        res.size = 50;
-        res.data = with.data();
-        ASSERT_EQ(ctx().vorn_vector_distance_dydi(&res, &right.vec, &left.vec, 2, 0, nullptr, scratch.data()), 0u);
-        res.data = without.data();
-        ASSERT_EQ(ctx().vorn_vector_distance_dydi(&res, &right.vec, &left.vec, 2, 0, nullptr, nullptr), 0u);
-        for (unsigned r = 0; r < 50; ++r) {
-            const double want = euclid_model(elem, elem == kCFloat ? kFloat : kDouble, left.rows[0], right.rows[r], dim, 2);
-            ASSERT_TRUE(same_bits(with[r], want));
-            ASSERT_TRUE(same_bits(without[r], want));
-        }
-        // Against a single row the query is not decoded: scratch stays as it was.
-        std::vector<ub1> untouched(scratch.size(), 0x77);
-        right.vec.size = 1;
-        res.size = 1;
-        ASSERT_EQ(ctx().vorn_vector_distance_dydi(&res, &right.vec, &left.vec, 2, 0, nullptr, untouched.data()), 0u);
-        EXPECT_TRUE(std::all_of(untouched.begin(), untouched.end(), [](ub1 b) { return b == 0x77; }));
+Op parse_operand(std::string s) {
+    Op o{F32, false, false};
+    if (s[0] == 'S') {
+        o.sparse = true;
+        s = s.substr(1);
     }
+    if (s[0] == 'C') {
+        o.c = true;
+        s = s.substr(1);
+    }
+    static const std::map<std::string, Base> bases = {{"float", F32},    {"double", F64},
+                                                      {"int8", I8},      {"float16", F16},
+                                                      {"bfloat16", BF16}, {"bitmsb0", BITS}};
+    o.base = bases.at(s);
+    return o;
 }
 
-TEST(VectorDistance, Shapes) {
-    std::mt19937_64 rng(33);
-    UnifColumn one(kFloat, 4, 1, rng, false), other(kFloat, 4, 1, rng, false);
-    UnifColumn three(kFloat, 4, 3, rng), two(kFloat, 4, 2, rng), flex(kFloat, 4, 3, rng);
-    flex.enc.flags |= VORN_VEC_FLEX;
-    std::vector<double> out(8);
-    vorn_vec res{};
-    res.data = out.data();
-    res.size = 8;
-    auto call = [&](vorn_vec *r, vorn_vec *l) {
-        return ctx().vorn_vector_distance_dydi(&res, r, l, 2, 0, nullptr, nullptr);
-    };
-    EXPECT_EQ(call(&other.vec, &one.vec), 0u);     // 1 and 1 without VORN_VEC_COLUMN
-    EXPECT_EQ(call(&two.vec, &three.vec), 2u);     // 3 left rows against 2
-    EXPECT_EQ(call(&three.vec, &one.vec), 0u);
-    three.enc.flags &= ~VORN_VEC_COLUMN;
-    EXPECT_EQ(call(&three.vec, &one.vec), 2u);     // many right rows need the column flag
-    three.enc.flags |= VORN_VEC_COLUMN;
-    EXPECT_EQ(call(&flex.vec, &one.vec), 24u);     // flexible against uniform
-    EXPECT_EQ(ctx().vorn_vector_distance_dydi(&res, &three.vec, &one.vec, 9, 0, nullptr, nullptr), 24u);
-    EXPECT_EQ(ctx().vorn_vector_distance_dydi(&res, &three.vec, &one.vec, 2, 2, nullptr, nullptr), 24u);
-    // A selection without bits leaves the cursor where it was.
-    std::vector<ub8> none(1, 0);
-    vorn_kernel_ctx k{};
-    k.bv_aux = none.data();
-    k.row_pos = 1;
-    EXPECT_EQ(ctx().vorn_vector_distance_dydi(&res, &three.vec, &one.vec, 2, 0, &k, nullptr), 0u);
-    EXPECT_EQ(k.row_pos, 1u);
-    EXPECT_EQ(res.num_ones, 0u);
-}
-
-// A flexible column: each row a stored value; `fault` breaks some rows.
-struct FlexColumn {
-    vorn_enc_ctx enc{};
-    vorn_vec vec{};
-    std::vector<std::vector<ub1>> values, bodies;
-    std::vector<unsigned> forms;
-    std::vector<const void *> ptrs;
-    // faults: some rows broken; dim_faults: some of them by their count,
-    // which only one side of a pair may have (two equal wrong counts would
-    // make a good pair of bodies shorter or longer than they are).
-    FlexColumn(std::mt19937_64 &rng, std::size_t n, unsigned dim, bool faults, bool dim_faults) {
-        enc.flags = VORN_VEC_COLUMN | VORN_VEC_FLEX;
-        for (std::size_t r = 0; r < n; ++r) {
-            const unsigned f = static_cast<unsigned>(rng() % kFormCount);
-            std::vector<ub1> body(std::size_t(dim) * bytes_of(f));
-            for (unsigned i = 0; i < dim; ++i) put(body, f, i, double(int(rng() % 64) - 32) / 4);
-            auto v = stored_value(format_of(f), is_c(f) ? 0x02 : 0x0A, dim, body);
-            if (faults) switch (rng() % 12) {
-                    case 0: v[0] = 0xDC; break;                  // bad magic
-                    case 1: v[1] = 4; break;                     // version above 3
-                    case 2: v[3] = 0x01; break;                  // neither 0x02 nor 0x10
-                    case 3: if (dim_faults) v[8] ^= 1; break;    // other dimensions
-                    case 4: v[4] = 9; break;                     // no type, no kernel
-                    default: break;
-                }
-            values.push_back(v);
-            bodies.push_back(body);
-            forms.push_back(f);
-        }
-        for (auto &v : values) ptrs.push_back(v.data());
-        vec.enc_ctx = &enc;
-        vec.size = static_cast<ub4>(n);
-        vec.data = ptrs.data();
-    }
-    bool good(std::size_t r) const {
-        const auto &v = values[r];
-        return v[0] == 0xDB && v[1] <= 3 && (v[3] & 0x12) && v[4] != 9;
-    }
-    ub4 dims(std::size_t r) const { return ub4(values[r][5]) << 24 | ub4(values[r][6]) << 16 | ub4(values[r][7]) << 8 | values[r][8]; }
+struct KernelName {
+    std::string metric;
+    Op left, right;
 };
 
-TEST(VectorDistance, FlexibleRowsWithFaults) {
-    std::mt19937_64 rng(34);
-    for (unsigned paired = 0; paired < 2; ++paired)
-        for (unsigned kind = 0; kind < 3; ++kind)
-            for (unsigned trial = 0; trial < 6; ++trial) {
-                const unsigned dim = 1 + static_cast<unsigned>(rng() % 30);
-                const ub4 n = 1 + static_cast<ub4>(rng() % 300);
-                FlexColumn right(rng, n, dim, true, true), left(rng, paired ? n : 1, dim, paired, false);
-                Selection sel(rng, kind, n);
-                const ub8 cap = 1 + rng() % (n + 10);
-                std::vector<double> out(cap + 1, kUnset);
-                vorn_enc_ctx native{};
-                native.flags = VORN_NATIVE_FP;
-                vorn_vec res{};
-                res.enc_ctx = &native;
-                res.data = out.data();
-                res.size = static_cast<ub4>(cap);
-                const auto bits_before = sel.bits;
-                const vorn_kernel_ctx before = sel.k;
-                const auto rows = walked_rows(sel.k, n, cap);
-                ASSERT_EQ(ctx().vorn_vector_distance_dydi(&res, &right.vec, &left.vec, 2, 0, &sel.k, nullptr), 0u);
-                std::vector<ub8> bits_want = bits_before;
-                for (std::size_t i = 0; i < rows.size(); ++i) {
-                    const ub4 r = rows[i], l = paired ? r : 0;
-                    const bool ok = right.good(r) && left.good(l) && right.dims(r) == left.dims(l);
-                    if (!ok) {
-                        ASSERT_EQ(out[i], kUnset) << "row " << r;
-                        if (kind == 0) bits_want[r / 64] &= ~(ub8{1} << (r % 64));
-                        continue;
-                    }
-                    const double want = euclid_model(left.forms[l], right.forms[r], left.bodies[l], right.bodies[r], dim, 2);
-                    ASSERT_TRUE(same_bits(out[i], want)) << "row " << r;
-                }
-                EXPECT_EQ(sel.bits, bits_want);
-                EXPECT_EQ(sel.k.row_pos, cursor_after(before, rows));
+KernelName split_name(const std::string &name) {
+    // vorn_dbv_<metric>_<left>_<right>
+    const std::string rest = name.substr(9);
+    const size_t a = rest.find('_'), b = rest.find('_', a + 1);
+    return {rest.substr(0, a), parse_operand(rest.substr(a + 1, b - a - 1)), parse_operand(rest.substr(b + 1))};
+}
+
+size_t elem_bytes(Base b) { return b == F64 ? 8 : b == F32 ? 4 : (b == F16 || b == BF16) ? 2 : 1; }
+
+// ---- Model of the elements --------------------------------------------------------
+
+double model_f16(uint16_t h) {
+    const int e = (h >> 10) & 31, m = h & 0x3FF;
+    double v;
+    if (e == 0) v = std::ldexp(double(m), -24);
+    else if (e == 31) v = m ? std::nan("") : INFINITY;
+    else v = std::ldexp(double(1024 + m), e - 25);
+    return (h & 0x8000) ? -v : v;
+}
+
+uint64_t model_order_decode(uint64_t stored_be, int bits) {
+    const uint64_t top = uint64_t(1) << (bits - 1);
+    const uint64_t mask = bits == 64 ? ~uint64_t(0) : (uint64_t(1) << bits) - 1;
+    return (stored_be & top) ? (stored_be - top) : (~stored_be & mask);
+}
+
+uint64_t read_be(const uint8_t *p, size_t n) {
+    uint64_t v = 0;
+    for (size_t i = 0; i < n; ++i) v = (v << 8) | p[i];
+    return v;
+}
+uint64_t read_le(const uint8_t *p, size_t n) {
+    uint64_t v = 0;
+    for (size_t i = n; i-- > 0;) v = (v << 8) | p[i];
+    return v;
+}
+
+// Element k of a body as a double (every element type converts exactly).
+double model_element(const Op &o, const uint8_t *body, size_t k) {
+    const size_t n = elem_bytes(o.base);
+    const uint8_t *p = body + k * n;
+    if (o.base == I8) return double(int8_t(*p));
+    const uint64_t bits = o.c ? model_order_decode(read_be(p, n), int(8 * n)) : read_le(p, n);
+    switch (o.base) {
+        case F32: return double(std::bit_cast<float>(uint32_t(bits)));
+        case F64: return std::bit_cast<double>(bits);
+        case F16: return model_f16(uint16_t(bits));
+        case BF16: return double(std::bit_cast<float>(uint32_t(bits) << 16));
+        default: return 0;
+    }
+}
+
+// ---- Model of the metrics ----------------------------------------------------------
+
+template <class W>
+W tolerance(const Op &l, const Op &r) {
+    auto either = [&](Base b) { return l.base == b || r.base == b; };
+    if (either(BF16)) return std::is_same_v<W, double> ? W(0.001954) : W(0.001954f);
+    if (either(F16)) return W(0.001953125);
+    if (either(F32)) return W(1.1920929e-7f);
+    if (either(F64)) return W(2.220446049250313e-16);
+    return W(0);
+}
+
+struct ModelSums {
+    double s = 0, aa = 0, bb = 0;
+    uint64_t n = 0;
+};
+
+// present: 1 left only, 2 right only, 3 both.
+template <class W>
+void model_step(const std::string &m, ModelSums &acc, int present, W a, W b, W tol) {
+    if (m == "euclid") {
+        const W d = b - a;  // a lone element meets 0 on the other side
+        const W sq = present == 3 ? d * d : (present == 1 ? a * a : b * b);
+        acc.s += double(sq);
+    } else if (m == "cosine") {
+        if (present == 3) {
+            const W ab = a * b;
+            acc.s += double(ab);
+        }
+        if (present & 1) {
+            const W aa = a * a;
+            acc.aa += double(aa);
+        }
+        if (present & 2) {
+            const W bb = b * b;
+            acc.bb += double(bb);
+        }
+    } else if (m == "dotprod") {
+        if (present == 3) {
+            const W ab = a * b;
+            acc.s += double(ab);
+        }
+    } else if (m == "manhattan") {
+        W d = present == 3 ? b - a : (present == 1 ? a : b);
+        if (d < 0) d = -d;
+        acc.s += double(d);
+    } else if (m == "hamming") {
+        const W d = present == 3 ? b - a : (present == 1 ? a : b);
+        if (d > tol || d < -tol) acc.n++;
+    }
+}
+
+double model_finish(const std::string &m, const ModelSums &acc, uint32_t code) {
+    auto g = [](double x) { return x < 0.0 ? 0.0 : std::sqrt(x); };
+    if (m == "euclid") return code == 1 ? g(acc.s) : acc.s;
+    if (m == "cosine") {
+        const double c = acc.s / (g(acc.aa) * g(acc.bb));
+        return code == 4 ? 1.0 - c : c;
+    }
+    if (m == "dotprod") return code == 6 ? -acc.s : acc.s;
+    if (m == "manhattan") return acc.s;
+    return double(acc.n);
+}
+
+double model_bits(const std::string &m, uint64_t x, uint64_t both, uint64_t either, uint64_t pa,
+                  uint64_t pb, uint32_t code) {
+    if (m == "euclid") return code == 1 ? std::sqrt(double(x)) : double(x);
+    if (m == "hamming" || m == "manhattan") return double(x);
+    if (m == "dotprod") return code == 6 ? double(-int32_t(uint32_t(both))) : double(both);
+    if (m == "cosine") {
+        const double c = double(both) / (std::sqrt(double(pa)) * std::sqrt(double(pb)));
+        return code == 4 ? 1.0 - c : c;
+    }
+    const double j = double(both) / double(either);
+    return code == 10 ? 1.0 - j : j;
+}
+
+struct SparseBody {
+    std::vector<uint32_t> positions;
+    const uint8_t *values = nullptr;
+};
+
+SparseBody read_sparse(const Op &o, const uint8_t *body) {
+    SparseBody s;
+    const size_t n = read_be(body, 2);
+    for (size_t k = 0; k < n; ++k) s.positions.push_back(uint32_t(read_be(body + 2 + 4 * k, 4)));
+    const uintptr_t end = reinterpret_cast<uintptr_t>(body + 2 + 4 * n);
+    s.values = body + (((end + 7) & ~uintptr_t(7)) - reinterpret_cast<uintptr_t>(body));
+    return s;
+}
+
+template <class W>
+double model_values(const KernelName &k, uint32_t dims, const uint8_t *l, const uint8_t *r, uint32_t code) {
+    const W tol = tolerance<W>(k.left, k.right);
+    ModelSums acc;
+    if (!k.left.sparse) {
+        for (uint32_t i = 0; i < dims; ++i)
+            model_step<W>(k.metric, acc, 3, W(model_element(k.left, l, i)), W(model_element(k.right, r, i)), tol);
+        return model_finish(k.metric, acc, code);
+    }
+    const SparseBody a = read_sparse(k.left, l), b = read_sparse(k.right, r);
+    size_t i = 0, j = 0;
+    auto av = [&](size_t x) { return W(model_element(k.left, a.values, x)); };
+    auto bv = [&](size_t x) { return W(model_element(k.right, b.values, x)); };
+    while (i < a.positions.size() && j < b.positions.size()) {
+        if (a.positions[i] == b.positions[j]) {
+            model_step<W>(k.metric, acc, 3, av(i), bv(j), tol);
+            ++i, ++j;
+        } else if (a.positions[i] < b.positions[j]) {
+            model_step<W>(k.metric, acc, 1, av(i), W(0), tol);
+            ++i;
+        } else {
+            model_step<W>(k.metric, acc, 2, W(0), bv(j), tol);
+            ++j;
+        }
+    }
+    for (; i < a.positions.size(); ++i) model_step<W>(k.metric, acc, 1, av(i), W(0), tol);
+    for (; j < b.positions.size(); ++j) model_step<W>(k.metric, acc, 2, W(0), bv(j), tol);
+    return model_finish(k.metric, acc, code);
+}
+
+double model(const KernelName &k, uint32_t dims, const uint8_t *l, const uint8_t *r, uint32_t code) {
+    if (k.left.base == BITS) {
+        uint64_t x = 0, both = 0, either = 0, pa = 0, pb = 0;
+        if (!k.left.sparse) {
+            for (uint32_t i = 0; i < (dims + 7) / 8; ++i) {
+                x += __builtin_popcount(l[i] ^ r[i]);
+                both += __builtin_popcount(l[i] & r[i]);
+                either += __builtin_popcount(l[i] | r[i]);
+                pa += __builtin_popcount(l[i]);
+                pb += __builtin_popcount(r[i]);
             }
+        } else {
+            const SparseBody a = read_sparse(k.left, l), b = read_sparse(k.right, r);
+            std::map<uint32_t, int> seen;
+            for (uint32_t p : a.positions) seen[p] |= 1;
+            for (uint32_t p : b.positions) seen[p] |= 2;
+            for (auto [p, w] : seen) {
+                x += w != 3;
+                both += w == 3;
+                either += 1;
+            }
+            pa = a.positions.size();
+            pb = b.positions.size();
+        }
+        return model_bits(k.metric, x, both, either, pa, pb, code);
+    }
+    const bool wide = k.left.base == F64 || k.right.base == F64;
+    return wide ? model_values<double>(k, dims, l, r, code) : model_values<float>(k, dims, l, r, code);
+}
+
+// ---- Random operands ------------------------------------------------------------------
+
+// A native element pattern: mostly moderate values, with every special kind.
+uint64_t random_pattern(std::mt19937_64 &rng, Base b) {
+    const unsigned pick = rng() % 20;
+    if (b == I8 || b == BITS) return rng() & 0xFF;
+    if (b == F16 || b == BF16) {
+        const uint16_t specials[] = {0x0000, 0x8000, 0x0001, 0x8001, 0x03FF, 0x7C00, 0xFC00, 0x7C01, 0x7E00,
+                                     0x7F80, 0xFF80, 0x7FC0, 0x7F81, 0x0040};
+        if (pick == 0) return specials[rng() % 14];
+        if (pick == 1) return rng() & 0xFFFF;
+        // Moderate values: exponents near the middle.
+        const uint16_t sign = (rng() & 1) << 15;
+        if (b == F16) return sign | ((13 + rng() % 5) << 10) | (rng() & 0x3FF);
+        return sign | ((125 + rng() % 5) << 7) | (rng() & 0x7F);
+    }
+    if (b == F32) {
+        const uint32_t specials[] = {0, 0x80000000u, 1, 0x80000001u, 0x007FFFFFu, 0x7F800000u, 0xFF800000u,
+                                     0x7FC00000u, 0x7F800001u, 0xFFC00001u, 0x3F800000u, 0x3F800001u};
+        if (pick == 0) return specials[rng() % 12];
+        if (pick == 1) return uint32_t(rng());
+        const float v = float(int(rng() % 20001) - 10000) / 64.0f + float(rng() % 1000) * 1e-6f;
+        return std::bit_cast<uint32_t>(v);
+    }
+    const uint64_t specials[] = {0, 0x8000000000000000ull, 1, 0x000FFFFFFFFFFFFFull, 0x7FF0000000000000ull,
+                                 0xFFF0000000000000ull, 0x7FF8000000000000ull, 0x7FF0000000000001ull,
+                                 0x3FF0000000000000ull, 0x3FF0000000000001ull};
+    if (pick == 0) return specials[rng() % 10];
+    if (pick == 1) return rng();
+    const double v = double(int(rng() % 20001) - 10000) / 64.0 + double(rng() % 1000) * 1e-9;
+    return std::bit_cast<uint64_t>(v);
+}
+
+uint64_t model_order_encode(uint64_t v, int bits, Base b) {
+    const uint64_t top = uint64_t(1) << (bits - 1);
+    const uint64_t mask = bits == 64 ? ~uint64_t(0) : (uint64_t(1) << bits) - 1;
+    uint64_t bound, image;
+    switch (b) {
+        case F32: bound = 0x7F800000u, image = 0xFFC00000u; break;
+        case F64: bound = 0x7FF0000000000000ull, image = 0xFFF8000000000000ull; break;
+        case F16: bound = 0x7C00, image = 0xFE00; break;
+        default: bound = 0x7F80, image = 0xFFC0; break;
+    }
+    if ((v & ~top & mask) > bound) return image;
+    if (v & top) return v == top ? v : (~v & mask);
+    return (v + top) & mask;
+}
+
+void put_element(const Op &o, uint8_t *p, uint64_t native) {
+    const size_t n = elem_bytes(o.base);
+    const uint64_t v = o.c ? model_order_encode(native, int(8 * n), o.base) : native;
+    for (size_t i = 0; i < n; ++i) p[i] = o.c ? uint8_t(v >> (8 * (n - 1 - i))) : uint8_t(v >> (8 * i));
+}
+
+// A body in an 8-aligned buffer at byte offset `shift`, with 64 bytes of
+// slack behind it.
+struct Body {
+    std::vector<uint64_t> words;
+    size_t shift = 0;
+    uint8_t *p() { return reinterpret_cast<uint8_t *>(words.data()) + shift; }
+};
+
+Body dense_body(std::mt19937_64 &rng, const Op &o, uint32_t dims) {
+    Body b;
+    const size_t bytes = o.base == BITS ? (dims + 7) / 8 : dims * elem_bytes(o.base);
+    b.words.assign(bytes / 8 + 10, 0);
+    b.shift = rng() % 8;
+    for (size_t i = 0; i < (o.base == BITS ? bytes : dims); ++i) {
+        if (o.base == BITS) b.p()[i] = uint8_t(rng());
+        else put_element(o, b.p() + i * elem_bytes(o.base), random_pattern(rng, o.base));
+    }
+    return b;
+}
+
+Body sparse_body(std::mt19937_64 &rng, const Op &o, const std::vector<uint32_t> &positions) {
+    Body b;
+    const size_t n = positions.size();
+    b.words.assign((2 + 4 * n) / 8 + n + 12, 0);
+    b.shift = rng() % 8;
+    uint8_t *p = b.p();
+    p[0] = uint8_t(n >> 8), p[1] = uint8_t(n);
+    for (size_t k = 0; k < n; ++k)
+        for (int i = 0; i < 4; ++i) p[2 + 4 * k + i] = uint8_t(positions[k] >> (24 - 8 * i));
+    if (o.base != BITS) {
+        const uintptr_t end = reinterpret_cast<uintptr_t>(p + 2 + 4 * n);
+        uint8_t *values = reinterpret_cast<uint8_t *>((end + 7) & ~uintptr_t(7));
+        for (size_t k = 0; k < n; ++k) put_element(o, values + k * elem_bytes(o.base), random_pattern(rng, o.base));
+    }
+    return b;
+}
+
+// Two position lists: disjoint, equal, interleaved or random overlap.
+void random_positions(std::mt19937_64 &rng, std::vector<uint32_t> &a, std::vector<uint32_t> &b) {
+    a.clear(), b.clear();
+    const unsigned kind = rng() % 4;
+    const uint32_t n = rng() % 40;
+    uint32_t p = rng() % 3;
+    for (uint32_t i = 0; i < n; ++i, p += 1 + rng() % 3) {
+        switch (kind) {
+            case 0: (i < n / 2 ? a : b).push_back(p); break;       // disjoint ranges
+            case 1: a.push_back(p), b.push_back(p); break;          // equal
+            case 2: (i & 1 ? a : b).push_back(p); break;            // interleaved
+            default:
+                if (rng() & 1) a.push_back(p);
+                if (rng() & 1) b.push_back(p);
+        }
+    }
+    if (rng() % 8 == 0) a.clear();
+}
+
+bool same_double(double x, double y) {
+    if (std::isnan(x) && std::isnan(y)) return true;
+    return std::bit_cast<uint64_t>(x) == std::bit_cast<uint64_t>(y);
+}
+
+const uint32_t kDims[] = {0, 1, 2, 3, 4, 5, 7, 8, 9, 15, 16, 17, 31, 32, 33, 63, 64, 65, 127, 128, 129, 200};
+
+TEST(VectorDistance, EveryKernelAgainstModel) {
+    std::mt19937_64 rng(2024);
+    std::vector<uint32_t> pa, pb;
+    for (size_t k = 0; k < 822; ++k) {
+        const std::string name = vorn_dbv_kernel_names[k];
+        const KernelName kn = split_name(name);
+        const vorn_dbv_fn fn = vorn_dbv_kernels[k];
+        const int reps = kn.left.sparse ? 12 : 2;
+        for (uint32_t dims : kDims) {
+            for (int rep = 0; rep < reps; ++rep) {
+                Body l, r;
+                if (kn.left.sparse) {
+                    random_positions(rng, pa, pb);
+                    l = sparse_body(rng, kn.left, pa);
+                    r = sparse_body(rng, kn.right, pb);
+                } else {
+                    l = dense_body(rng, kn.left, dims);
+                    r = dense_body(rng, kn.right, dims);
+                }
+                for (uint32_t code = 0; code <= 10; ++code) {
+                    double out = 12345.0;
+                    ASSERT_EQ(fn(dims, l.p(), r.p(), code, &out), 0u);
+                    const double want = model(kn, dims, l.p(), r.p(), code);
+                    ASSERT_TRUE(same_double(out, want))
+                        << name << " dims " << dims << " code " << code << ": " << out << " vs " << want;
+                }
+                if (kn.left.sparse) break;  // sparse kernels ignore dims
+            }
+        }
+    }
+}
+
+uint64_t spread_pattern(std::mt19937_64 &rng, Base b) {
+    const double v = double(rng() % 100000) / 7.0 * std::ldexp(1.0, int(rng() % 24) - 12);
+    switch (b) {
+        case I8: return rng() & 0xFF;
+        case F16: return ((rng() & 1) << 15) | ((8 + rng() % 15) << 10) | (rng() & 0x3FF);
+        case BF16: return std::bit_cast<uint32_t>(float(v)) >> 16;
+        case F32: return std::bit_cast<uint32_t>(float(v));
+        default: return std::bit_cast<uint64_t>(v * std::ldexp(1.0, int(rng() % 40)));
+    }
+}
+
+// Long vectors of moderate values, where a reordered sum would round apart.
+TEST(VectorDistance, LongFloatSumsInOrder) {
+    std::mt19937_64 rng(99);
+    for (size_t k = 0; k < 822; ++k) {
+        const KernelName kn = split_name(vorn_dbv_kernel_names[k]);
+        if (kn.left.sparse || kn.left.base == BITS) continue;
+        for (uint32_t dims : {960u, 1001u}) {
+            Body l = dense_body(rng, kn.left, dims), r = dense_body(rng, kn.right, dims);
+            // Finite values over a wide range of magnitudes, where a sum
+            // taken in another order rounds apart.
+            for (uint32_t i = 0; i < dims; ++i)
+                put_element(kn.left, l.p() + i * elem_bytes(kn.left.base), spread_pattern(rng, kn.left.base));
+            for (uint32_t code : {1u, 3u, 5u, 7u, 8u}) {
+                double out;
+                vorn_dbv_kernels[k](dims, l.p(), r.p(), code, &out);
+                ASSERT_TRUE(same_double(out, model(kn, dims, l.p(), r.p(), code))) << vorn_dbv_kernel_names[k];
+            }
+        }
+    }
+}
+
+// ---- Named cases ---------------------------------------------------------------------
+
+vorn_dbv_fn by_name(const std::string &name) {
+    for (size_t k = 0; k < 822; ++k)
+        if (name == vorn_dbv_kernel_names[k]) return vorn_dbv_kernels[k];
+    return nullptr;
+}
+
+TEST(VectorDistance, EdgeCases) {
+    double out;
+    const float one[2] = {1.0f, 1.0000001f}, other[2] = {1.0000001f, 1.0f};
+    by_name("vorn_dbv_hamming_float_float")(2, one, other, 8, &out);
+    EXPECT_EQ(out, 0.0);
+    const float nan[1] = {NAN}, zero[1] = {0.0f};
+    by_name("vorn_dbv_hamming_float_float")(1, nan, zero, 8, &out);
+    EXPECT_EQ(out, 0.0) << "a NaN difference does not count";
+    by_name("vorn_dbv_cosine_float_float")(0, zero, zero, 3, &out);
+    EXPECT_TRUE(std::isnan(out));
+    by_name("vorn_dbv_cosine_float_float")(1, zero, zero, 4, &out);
+    EXPECT_TRUE(std::isnan(out));
+    by_name("vorn_dbv_dotprod_float_float")(1, zero, zero, 6, &out);
+    EXPECT_EQ(std::bit_cast<uint64_t>(out), 0x8000000000000000ull) << "-0.0";
+    const float a[2] = {0, 0}, b[2] = {3, 4};
+    by_name("vorn_dbv_euclid_float_float")(2, a, b, 1, &out);
+    EXPECT_EQ(out, 5.0);
+    by_name("vorn_dbv_euclid_float_float")(2, a, b, 2, &out);
+    EXPECT_EQ(out, 25.0);
+    for (const char *m : {"euclid", "dotprod", "manhattan", "hamming"}) {
+        by_name(std::string("vorn_dbv_") + m + "_float_float")(0, a, b, 1, &out);
+        EXPECT_EQ(out, 0.0) << m;
+    }
+    // Bits: dotprod code 6 negates as an integer, so no -0.0.
+    const uint8_t z[8] = {};
+    by_name("vorn_dbv_dotprod_bitmsb0_bitmsb0")(64, z, z, 6, &out);
+    EXPECT_EQ(std::bit_cast<uint64_t>(out), 0u);
+    by_name("vorn_dbv_jaccard_bitmsb0_bitmsb0")(64, z, z, 9, &out);
+    EXPECT_TRUE(std::isnan(out));
+    // Tolerance of double_float is float epsilon widened.
+    const double d1[1] = {1.0};
+    const float f1[1] = {float(1.0 + 1.1920928955078125e-7)};
+    by_name("vorn_dbv_hamming_double_float")(1, d1, f1, 8, &out);
+    EXPECT_EQ(out, 0.0);
+}
+
+// ---- The pick -------------------------------------------------------------------------
+
+// The expected kernel name of a key, from the pairing rule; "" for none.
+std::string expected_name(uint32_t metric, uint32_t lt, uint32_t lc, uint32_t ls, uint32_t rt, uint32_t rc,
+                          uint32_t rs) {
+    static const std::map<uint32_t, std::string> type = {{1, "float"},   {2, "double"},  {5, "int8"},
+                                                         {6, "bitmsb0"}, {7, "float16"}, {8, "bfloat16"}};
+    static const char *metrics[] = {"", "euclid", "euclid", "cosine", "cosine", "dotprod", "dotprod",
+                                    "manhattan", "hamming", "jaccard", "jaccard"};
+    if (metric < 1 || metric > 10 || !type.count(lt) || !type.count(rt) || ls > 1 || rs > 1 || ls != rs) return "";
+    const std::string S = ls ? "S" : "";
+    const bool lbits = lt == 6, rbits = rt == 6;
+    if (lbits != rbits) return "";
+    if (metric >= 9 && !lbits) return "";
+    if (lbits) return std::string("vorn_dbv_") + metrics[metric] + "_" + S + "bitmsb0_" + S + "bitmsb0";
+    const bool li8 = lt == 5, ri8 = rt == 5;
+    bool lC = lc && !li8, rC = rc && !ri8;
+    if (ri8 && rc) lC = false;
+    if (li8 && lc) rC = false;
+    return std::string("vorn_dbv_") + metrics[metric] + "_" + S + (lC ? "C" : "") + type.at(lt) + "_" + S +
+           (rC ? "C" : "") + type.at(rt);
+}
+
+TEST(VectorPick, EveryKeyInRange) {
+    std::map<vorn_dbv_fn, std::string> names;
+    for (size_t k = 0; k < 822; ++k) names[vorn_dbv_kernels[k]] = vorn_dbv_kernel_names[k];
+    ASSERT_EQ(names.size(), 822u) << "822 distinct kernels";
+    // Names are those of the static archive's kernels; the slot of the loaded
+    // library must agree on which keys have one.
+    const auto pick = vorn_vector_pick_metric_dydi;
+    const auto slot = ctx().vorn_vector_pick_metric_dydi;
+    unsigned valid = 0;
+    for (uint32_t metric = 0; metric <= 11; ++metric)
+        for (uint32_t left = 0; left < 36; ++left)
+            for (uint32_t right = 0; right < 36; ++right) {
+                const uint32_t lt = left >> 2, lc = left & 1, ls = (left >> 1) & 1;
+                const uint32_t rt = right >> 2, rc = right & 1, rs = (right >> 1) & 1;
+                const vorn_dbv_fn got = pick(metric, lt, lc, ls, rt, rc, rs);
+                const std::string want = expected_name(metric, lt, lc, ls, rt, rc, rs);
+                ASSERT_EQ(slot(metric, lt, lc, ls, rt, rc, rs) == nullptr, want.empty());
+                if (want.empty()) {
+                    ASSERT_EQ(got, nullptr) << metric << " " << left << " " << right;
+                } else {
+                    ++valid;
+                    ASSERT_NE(got, nullptr) << want;
+                    ASSERT_EQ(names[got], want);
+                    // A C indicator counts as 1 whatever its value.
+                    ASSERT_EQ(pick(metric, lt, lc * 7, ls, rt, rc * 0x80000000u, rs), got);
+                }
+            }
+    EXPECT_EQ(valid, 1680u);
+    EXPECT_EQ(names[pick(1, 1, 0, 0, 1, 0, 0)], "vorn_dbv_euclid_float_float");
+    EXPECT_EQ(pick(2, 1, 0, 0, 1, 0, 0), pick(1, 1, 0, 0, 1, 0, 0));
+    EXPECT_EQ(pick(1, 1, 0, 1, 1, 0, 0), nullptr) << "sparse left, dense right";
+    EXPECT_EQ(pick(9, 1, 0, 0, 1, 0, 0), nullptr) << "jaccard on floats";
+    EXPECT_EQ(pick(0xFFFFFFFFu, 1, 0, 0, 1, 0, 0), nullptr);
+    EXPECT_EQ(names[pick(3, 7, 1, 0, 5, 1, 0)], "vorn_dbv_cosine_float16_int8");
+    EXPECT_EQ(names[pick(3, 7, 1, 0, 5, 0, 0)], "vorn_dbv_cosine_Cfloat16_int8");
 }
 
 }  // namespace

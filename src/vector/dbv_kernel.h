@@ -147,16 +147,15 @@ VORN_INLINE double finish(const Sums &acc, ub4 metric) {
     }
 }
 
-// Adds the four lanes of v to the double sum s, lane 0 first.
-VORN_INLINE void add_lanes_in_order(double &s, __m128 v) {
+// Adds the four lanes of v to the double sum in the low lane of s, lane 0
+// first.  The sum stays in a register across a whole loop.
+VORN_INLINE void add_lanes_in_order(__m128d &s, __m128 v) {
     const __m128d lo = _mm_cvtps_pd(v);
     const __m128d hi = _mm_cvtps_pd(_mm_movehl_ps(v, v));
-    __m128d acc = _mm_set_sd(s);
-    acc = _mm_add_sd(acc, lo);
-    acc = _mm_add_sd(acc, _mm_unpackhi_pd(lo, lo));
-    acc = _mm_add_sd(acc, hi);
-    acc = _mm_add_sd(acc, _mm_unpackhi_pd(hi, hi));
-    s = _mm_cvtsd_f64(acc);
+    s = _mm_add_sd(s, lo);
+    s = _mm_add_sd(s, _mm_unpackhi_pd(lo, lo));
+    s = _mm_add_sd(s, hi);
+    s = _mm_add_sd(s, _mm_unpackhi_pd(hi, hi));
 }
 
 constexpr ub4 kPrefetchAhead = 384;
@@ -185,6 +184,7 @@ struct DenseKernel {
         const ub8 blocks = dims & ~ub8(3);
         const __m128 tol = _mm_set1_ps(P::tol), ntol = _mm_set1_ps(-P::tol);
         const __m128 sign = _mm_set1_ps(-0.0f);
+        __m128d s = _mm_set_sd(acc.s), aa = _mm_set_sd(acc.aa), bb = _mm_set_sd(acc.bb);
         for (ub8 i = 0; i < blocks; i += 4) {
             prefetch_ahead<L>(l, i);
             prefetch_ahead<R>(r, i);
@@ -192,25 +192,28 @@ struct DenseKernel {
             const __m128 b = Lanes<R.base, R.c>::load4(r, i);
             if constexpr (M == Metric::euclid) {
                 const __m128 d = _mm_sub_ps(b, a);
-                add_lanes_in_order(acc.s, _mm_mul_ps(d, d));
+                add_lanes_in_order(s, _mm_mul_ps(d, d));
             } else if constexpr (M == Metric::cosine) {
-                add_lanes_in_order(acc.s, _mm_mul_ps(a, b));
-                add_lanes_in_order(acc.aa, _mm_mul_ps(a, a));
-                add_lanes_in_order(acc.bb, _mm_mul_ps(b, b));
+                add_lanes_in_order(s, _mm_mul_ps(a, b));
+                add_lanes_in_order(aa, _mm_mul_ps(a, a));
+                add_lanes_in_order(bb, _mm_mul_ps(b, b));
             } else if constexpr (M == Metric::dotprod) {
-                add_lanes_in_order(acc.s, _mm_mul_ps(a, b));
+                add_lanes_in_order(s, _mm_mul_ps(a, b));
             } else if constexpr (M == Metric::manhattan) {
                 // The sign flips where the difference is below zero: a NaN
                 // and a negative zero pass as they are.
                 const __m128 d = _mm_sub_ps(b, a);
                 const __m128 neg = _mm_cmplt_ps(d, _mm_setzero_ps());
-                add_lanes_in_order(acc.s, _mm_xor_ps(d, _mm_and_ps(neg, sign)));
+                add_lanes_in_order(s, _mm_xor_ps(d, _mm_and_ps(neg, sign)));
             } else if constexpr (M == Metric::hamming) {
                 const __m128 d = _mm_sub_ps(b, a);
                 const __m128 differ = _mm_or_ps(_mm_cmpgt_ps(d, tol), _mm_cmplt_ps(d, ntol));
                 acc.n += ub8(_mm_popcnt_u32(ub4(_mm_movemask_ps(differ))));
             }
         }
+        acc.s = _mm_cvtsd_f64(s);
+        acc.aa = _mm_cvtsd_f64(aa);
+        acc.bb = _mm_cvtsd_f64(bb);
         return blocks;
     }
 
@@ -391,9 +394,25 @@ VORN_INLINE double bits_dense(ub4 dims, const void *l, const void *r, ub4 metric
     const auto *pb = static_cast<const ub1 *>(r);
     const ub8 bytes = (ub8(dims) + 7) >> 3;
     const ub8 words = bytes >> 3;
-    BitCounts c;
-    for (ub8 w = 0; w < words; ++w) count_word<M>(c, load<ub8>(pa + 8 * w), load<ub8>(pb + 8 * w));
-    for (ub8 k = words * 8; k < bytes; ++k) count_byte<M>(c, pa[k], pb[k]);
+    // Two words a step into two sets of counts, so that the population
+    // counts of a step do not wait on each other.
+    BitCounts c, c2;
+    ub8 w = 0;
+    for (; w + 2 <= words; w += 2) {
+        count_word<M>(c, load<ub8>(pa + 8 * w), load<ub8>(pb + 8 * w));
+        count_word<M>(c2, load<ub8>(pa + 8 * w + 8), load<ub8>(pb + 8 * w + 8));
+    }
+    if (w < words) count_word<M>(c, load<ub8>(pa + 8 * w), load<ub8>(pb + 8 * w));
+    c.x += c2.x;
+    c.both += c2.both;
+    c.either += c2.either;
+    c.a += c2.a;
+    c.b += c2.b;
+    // At most seven bytes remain: a short loop, which the bound keeps from
+    // being vectorised.
+    const ub4 rest = ub4(bytes & 7);
+    const ub1 *ta = pa + 8 * words, *tb = pb + 8 * words;
+    for (ub4 k = 0; k < rest; ++k) count_byte<M>(c, ta[k], tb[k]);
     return finish_bits<M>(c, metric);
 }
 

@@ -44,7 +44,8 @@ constexpr ub2 rule(ub4 key) {
     if (metric == VORN_METRIC_JACCARD || metric == VORN_METRIC_JACCARD_DISTANCE)
         return bits ? ub2(kJaccard + ls + 1) : 0;
     if (metric < VORN_METRIC_EUCLID || metric > VORN_METRIC_HAMMING) return 0;
-    const ub4 family = (metric - 1) / 2;  // euclid, cosine, dotprod, manhattan, hamming
+    // euclid 1, 2; cosine 3, 4; dotprod 5, 6; manhattan 7; hamming 8.
+    const ub4 family = metric == VORN_METRIC_HAMMING ? 4 : (metric - 1) / 2;
     const ub4 base = family * kPerMetric + ls * 82;
     if (bits) return ub2(base + 81 + 1);
     const int ls_slot = form_slot(lt), rs_slot = form_slot(rt);

@@ -1,0 +1,232 @@
+// Distance drivers: vorn_vector_distance_dydi over uniform and flexible
+// columns, single and paired, against a plain distance model, with the
+// three row selections, cursors that start inside the column, capacities
+// that cut the walk, the one decode of a C query into scratch, results in
+// both forms, flexible rows with every kind of fault, and the shape codes.
+#include <gtest/gtest.h>
+
+#include "support/distance_model.h"
+#include "support/test_host.h"
+
+namespace {
+
+using namespace vorntest;
+using namespace vorntest::vec;
+
+constexpr double kUnset = -12345.0;
+
+// A selection of one of the three kinds over `n` rows, with a random cursor.
+struct Selection {
+    std::vector<ub8> bits;
+    std::vector<ub4> list;
+    vorn_kernel_ctx k{};
+    Selection(std::mt19937_64 &rng, unsigned kind, ub4 n) {
+        bits = random_bits(rng, n, rng() % 2 ? 0.5 : 0.05);
+        for (ub4 r = 0; r < n; ++r)
+            if (rng() % 3 == 0) list.push_back(r);
+        if (kind == 0) k.bv_aux = bits.data();
+        if (kind == 1) {
+            k.ones_vec = list.data();
+            k.ones_vec_size = static_cast<ub4>(list.size());
+        }
+        k.row_pos = static_cast<ub4>(kind == 1 ? rng() % (list.size() + 1) : rng() % (n / 2 + 1));
+    }
+};
+
+double model_for(unsigned elem, unsigned L, const std::vector<ub1> &a, const std::vector<ub1> &b, unsigned dim,
+                 unsigned metric) {
+    if (elem == UnifColumn::kBits) return hamming_bits_model(a, b, dim);
+    return euclid_model(L, elem, a, b, dim, metric);
+}
+
+// Reads result k in the result's form.
+double result_at(const std::vector<double> &out, std::size_t k, bool c_form) {
+    if (!c_form) return out[k];
+    ub8 v;
+    std::memcpy(&v, &out[k], 8);
+    return c_dec64(v);
+}
+
+TEST(VectorDistance, UniformSingleAndPairedAgainstTheModel) {
+    std::mt19937_64 rng(31);
+    const unsigned elems[] = {kFloat, kCFloat, kDouble, kCDouble, kInt8, UnifColumn::kBits};
+    for (unsigned elem : elems)
+        for (unsigned paired = 0; paired < 2; ++paired)
+            for (unsigned kind = 0; kind < 3; ++kind)
+                for (unsigned trial = 0; trial < 5; ++trial) {
+                    const unsigned dim = static_cast<unsigned>(rng() % 40);
+                    const ub4 n = 1 + static_cast<ub4>(rng() % 700);
+                    const unsigned metric = elem == UnifColumn::kBits ? 8 : 1 + rng() % 2;
+                    UnifColumn right(elem, dim, n, rng), left(elem, dim, paired ? n : 1, rng);
+                    Selection sel(rng, kind, n);
+                    const ub8 cap = 1 + rng() % (n + 20);
+                    std::vector<double> out(cap + 1, kUnset);
+                    vorn_enc_ctx res_enc{};
+                    const bool c_result = rng() % 2;
+                    res_enc.flags = c_result ? 0 : VORN_NATIVE_FP;
+                    vorn_vec res{};
+                    res.enc_ctx = &res_enc;
+                    res.data = out.data();
+                    res.size = static_cast<ub4>(cap);
+                    std::vector<ub1> scratch(8 * dim + 16, 0x77);
+                    const bool with_scratch = rng() % 2;
+                    const vorn_kernel_ctx before = sel.k;
+                    const auto rows = walked_rows(sel.k, n, cap);
+                    const ub8 code = ctx().vorn_vector_distance_dydi(&res, &right.vec, &left.vec, metric, 0, &sel.k,
+                                                                     with_scratch ? scratch.data() : nullptr);
+                    SCOPED_TRACE(testing::Message() << "elem " << elem << " paired " << paired << " kind " << kind
+                                                    << " n " << n << " dim " << dim);
+                    ASSERT_EQ(code, 0u);
+                    for (std::size_t i = 0; i < rows.size(); ++i) {
+                        const ub4 r = rows[i];
+                        const double want =
+                            model_for(elem, elem, left.rows[paired ? r : 0], right.rows[r], dim, metric);
+                        ASSERT_TRUE(same_bits(result_at(out, i, c_result), want)) << "row " << r;
+                    }
+                    ASSERT_EQ(out[rows.size()], kUnset);
+                    EXPECT_EQ(res.num_ones, rows.size());
+                    EXPECT_EQ(sel.k.row_pos, cursor_after(before, rows));
+                }
+}
+
+TEST(VectorDistance, CQueryDecodedOnceIntoScratch) {
+    std::mt19937_64 rng(32);
+    for (unsigned elem : {kCFloat, kCDouble}) {
+        const unsigned dim = 37;
+        UnifColumn right(elem == kCFloat ? kFloat : kDouble, dim, 50, rng), left(elem, dim, 1, rng);
+        std::vector<double> with(50), without(50);
+        std::vector<ub1> scratch(8 * dim + 16, 0x77);
+        vorn_enc_ctx native{};
+        native.flags = VORN_NATIVE_FP;
+        vorn_vec res{};
+        res.enc_ctx = &native;
+        res.size = 50;
+        res.data = with.data();
+        ASSERT_EQ(ctx().vorn_vector_distance_dydi(&res, &right.vec, &left.vec, 2, 0, nullptr, scratch.data()), 0u);
+        res.data = without.data();
+        ASSERT_EQ(ctx().vorn_vector_distance_dydi(&res, &right.vec, &left.vec, 2, 0, nullptr, nullptr), 0u);
+        for (unsigned r = 0; r < 50; ++r) {
+            const double want = euclid_model(elem, elem == kCFloat ? kFloat : kDouble, left.rows[0], right.rows[r], dim, 2);
+            ASSERT_TRUE(same_bits(with[r], want));
+            ASSERT_TRUE(same_bits(without[r], want));
+        }
+        // Against a single row the query is not decoded: scratch stays as it was.
+        std::vector<ub1> untouched(scratch.size(), 0x77);
+        right.vec.size = 1;
+        res.size = 1;
+        ASSERT_EQ(ctx().vorn_vector_distance_dydi(&res, &right.vec, &left.vec, 2, 0, nullptr, untouched.data()), 0u);
+        EXPECT_TRUE(std::all_of(untouched.begin(), untouched.end(), [](ub1 b) { return b == 0x77; }));
+    }
+}
+
+TEST(VectorDistance, Shapes) {
+    std::mt19937_64 rng(33);
+    UnifColumn one(kFloat, 4, 1, rng, false), other(kFloat, 4, 1, rng, false);
+    UnifColumn three(kFloat, 4, 3, rng), two(kFloat, 4, 2, rng), flex(kFloat, 4, 3, rng);
+    flex.enc.flags |= VORN_VEC_FLEX;
+    std::vector<double> out(8);
+    vorn_vec res{};
+    res.data = out.data();
+    res.size = 8;
+    auto call = [&](vorn_vec *r, vorn_vec *l) {
+        return ctx().vorn_vector_distance_dydi(&res, r, l, 2, 0, nullptr, nullptr);
+    };
+    EXPECT_EQ(call(&other.vec, &one.vec), 0u);     // 1 and 1 without VORN_VEC_COLUMN
+    EXPECT_EQ(call(&two.vec, &three.vec), 2u);     // 3 left rows against 2
+    EXPECT_EQ(call(&three.vec, &one.vec), 0u);
+    three.enc.flags &= ~VORN_VEC_COLUMN;
+    EXPECT_EQ(call(&three.vec, &one.vec), 2u);     // many right rows need the column flag
+    three.enc.flags |= VORN_VEC_COLUMN;
+    EXPECT_EQ(call(&flex.vec, &one.vec), 24u);     // flexible against uniform
+    EXPECT_EQ(ctx().vorn_vector_distance_dydi(&res, &three.vec, &one.vec, 9, 0, nullptr, nullptr), 24u);
+    EXPECT_EQ(ctx().vorn_vector_distance_dydi(&res, &three.vec, &one.vec, 2, 2, nullptr, nullptr), 24u);
+    // A selection without bits leaves the cursor where it was.
+    std::vector<ub8> none(1, 0);
+    vorn_kernel_ctx k{};
+    k.bv_aux = none.data();
+    k.row_pos = 1;
+    EXPECT_EQ(ctx().vorn_vector_distance_dydi(&res, &three.vec, &one.vec, 2, 0, &k, nullptr), 0u);
+    EXPECT_EQ(k.row_pos, 1u);
+    EXPECT_EQ(res.num_ones, 0u);
+}
+
+// A flexible column: each row a stored value; `fault` breaks some rows.
+struct FlexColumn {
+    vorn_enc_ctx enc{};
+    vorn_vec vec{};
+    std::vector<std::vector<ub1>> values, bodies;
+    std::vector<unsigned> forms;
+    std::vector<const void *> ptrs;
+    // faults: some rows broken; dim_faults: some of them by their count,
+    // which only one side of a pair may have (two equal wrong counts would
+    // make a good pair of bodies shorter or longer than they are).
+    FlexColumn(std::mt19937_64 &rng, std::size_t n, unsigned dim, bool faults, bool dim_faults) {
+        enc.flags = VORN_VEC_COLUMN | VORN_VEC_FLEX;
+        for (std::size_t r = 0; r < n; ++r) {
+            const unsigned f = static_cast<unsigned>(rng() % kFormCount);
+            std::vector<ub1> body(std::size_t(dim) * bytes_of(f));
+            for (unsigned i = 0; i < dim; ++i) put(body, f, i, double(int(rng() % 64) - 32) / 4);
+            auto v = stored_value(format_of(f), is_c(f) ? 0x02 : 0x0A, dim, body);
+            if (faults) switch (rng() % 12) {
+                    case 0: v[0] = 0xDC; break;                  // bad magic
+                    case 1: v[1] = 4; break;                     // version above 3
+                    case 2: v[3] = 0x01; break;                  // neither 0x02 nor 0x10
+                    case 3: if (dim_faults) v[8] ^= 1; break;    // other dimensions
+                    case 4: v[4] = 9; break;                     // no type, no kernel
+                    default: break;
+                }
+            values.push_back(v);
+            bodies.push_back(body);
+            forms.push_back(f);
+        }
+        for (auto &v : values) ptrs.push_back(v.data());
+        vec.enc_ctx = &enc;
+        vec.size = static_cast<ub4>(n);
+        vec.data = ptrs.data();
+    }
+    bool good(std::size_t r) const {
+        const auto &v = values[r];
+        return v[0] == 0xDB && v[1] <= 3 && (v[3] & 0x12) && v[4] != 9;
+    }
+    ub4 dims(std::size_t r) const { return ub4(values[r][5]) << 24 | ub4(values[r][6]) << 16 | ub4(values[r][7]) << 8 | values[r][8]; }
+};
+
+TEST(VectorDistance, FlexibleRowsWithFaults) {
+    std::mt19937_64 rng(34);
+    for (unsigned paired = 0; paired < 2; ++paired)
+        for (unsigned kind = 0; kind < 3; ++kind)
+            for (unsigned trial = 0; trial < 6; ++trial) {
+                const unsigned dim = 1 + static_cast<unsigned>(rng() % 30);
+                const ub4 n = 1 + static_cast<ub4>(rng() % 300);
+                FlexColumn right(rng, n, dim, true, true), left(rng, paired ? n : 1, dim, paired, false);
+                Selection sel(rng, kind, n);
+                const ub8 cap = 1 + rng() % (n + 10);
+                std::vector<double> out(cap + 1, kUnset);
+                vorn_enc_ctx native{};
+                native.flags = VORN_NATIVE_FP;
+                vorn_vec res{};
+                res.enc_ctx = &native;
+                res.data = out.data();
+                res.size = static_cast<ub4>(cap);
+                const auto bits_before = sel.bits;
+                const vorn_kernel_ctx before = sel.k;
+                const auto rows = walked_rows(sel.k, n, cap);
+                ASSERT_EQ(ctx().vorn_vector_distance_dydi(&res, &right.vec, &left.vec, 2, 0, &sel.k, nullptr), 0u);
+                std::vector<ub8> bits_want = bits_before;
+                for (std::size_t i = 0; i < rows.size(); ++i) {
+                    const ub4 r = rows[i], l = paired ? r : 0;
+                    const bool ok = right.good(r) && left.good(l) && right.dims(r) == left.dims(l);
+                    if (!ok) {
+                        ASSERT_EQ(out[i], kUnset) << "row " << r;
+                        if (kind == 0) bits_want[r / 64] &= ~(ub8{1} << (r % 64));
+                        continue;
+                    }
+                    const double want = euclid_model(left.forms[l], right.forms[r], left.bodies[l], right.bodies[r], dim, 2);
+                    ASSERT_TRUE(same_bits(out[i], want)) << "row " << r;
+                }
+                EXPECT_EQ(sel.bits, bits_want);
+                EXPECT_EQ(sel.k.row_pos, cursor_after(before, rows));
+            }
+}
+
+}  // namespace
