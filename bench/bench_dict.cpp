@@ -12,7 +12,11 @@
 //   scalar       a plain loop: the reference read of each code, the compare,
 //                the bit set and counted (in cache only: out of cache the
 //                kernels are held against the bandwidth)
+//   reference    the shuffle-and-mask method in its plain lanes, a minimal
+//                loop (the packed widths but 1: see reference_scan)
 //   bandwidth    a streaming read of the column's bytes
+#include <nmmintrin.h>
+
 #include <cstring>
 #include <map>
 #include <memory>
@@ -142,6 +146,132 @@ void scalar_run(benchmark::State &state, std::size_t bytes) {
     set_rates(state, rows, static_cast<double>(bytes));
 }
 
+// ---- The reference: the shuffle-and-mask method in its plain lanes -----------
+//
+// The method as first built for every packed width: lanes of 8 bits (w 2,
+// 4), 16 bits (3, 5, 6, 7, 9, 10, 12) or 32 bits (11, 13-15, 17-20, 24);
+// a block of eight 16-byte loads, each shuffled so that lane j holds the
+// bytes of code j, ANDed with the lane masks, compared with the literal
+// shifted into each lane (eq: equality; ge_lt: the interval test, a bias
+// added and one signed compare), packed to one bit a row and counted.  No
+// prefetch, no tail: the whole blocks only.  The kernels are held against
+// it in the same run.
+
+constexpr unsigned plain_lane_bits(unsigned w) {
+    return w == 2 || w == 4 ? 8 : (w <= 10 && w != 8) || w == 12 ? 16 : 32;
+}
+
+template <unsigned W>
+struct PlainLanes {
+    static constexpr unsigned kBytes = plain_lane_bits(W) / 8, kLanes = 16 / kBytes, kRows = 8 * kLanes;
+    static constexpr unsigned kHalves = (kLanes * W) % 8 ? 2 : 1;
+    struct Table {
+        ub1 shuffle[2][16], mask[2][16];
+        ub4 shift[2][16];
+    };
+    static constexpr Table table() {
+        Table t{};
+        for (unsigned h = 0; h < 2; ++h)
+            for (unsigned i = 0; i < kLanes; ++i) {
+                const unsigned j = h * kLanes + i, first = j * W / 8, last = (j * W + W - 1) / 8;
+                const unsigned base = h * kLanes * W / 8, s = (0u - (j + 1) * W) & 7;
+                const ub8 m = ((ub8{1} << W) - 1) << s;
+                t.shift[h][i] = s;
+                for (unsigned k = 0; k < kBytes; ++k) {
+                    t.shuffle[h][i * kBytes + k] = k <= last - first ? static_cast<ub1>(last - k - base) : 0x80;
+                    t.mask[h][i * kBytes + k] = static_cast<ub1>(m >> (8 * k));
+                }
+            }
+        return t;
+    }
+    static constexpr Table kTable = table();
+
+    static __m128i lanes_of(const ub1 *bytes) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(bytes)); }
+    // Lane values `f(h, i)` as a vector of half h.
+    template <class F>
+    static __m128i make(unsigned h, F f) {
+        alignas(16) ub1 v[16];
+        for (unsigned i = 0; i < kLanes; ++i) {
+            const ub4 x = f(h, i);
+            std::memcpy(v + i * kBytes, &x, kBytes);
+        }
+        return lanes_of(v);
+    }
+    static __m128i eq(__m128i a, __m128i b) {
+        return kBytes == 1 ? _mm_cmpeq_epi8(a, b) : kBytes == 2 ? _mm_cmpeq_epi16(a, b) : _mm_cmpeq_epi32(a, b);
+    }
+    static __m128i gt(__m128i a, __m128i b) {
+        return kBytes == 1 ? _mm_cmpgt_epi8(a, b) : kBytes == 2 ? _mm_cmpgt_epi16(a, b) : _mm_cmpgt_epi32(a, b);
+    }
+    static __m128i add(__m128i a, __m128i b) {
+        return kBytes == 1 ? _mm_add_epi8(a, b) : kBytes == 2 ? _mm_add_epi16(a, b) : _mm_add_epi32(a, b);
+    }
+};
+
+template <unsigned W, Form F>
+__attribute__((noinline)) ub8 reference_scan(ub8 *out, const ub1 *stream, ub4 rows, ub4 a, ub4 b) {
+    using P = PlainLanes<W>;
+    constexpr ub4 sign = ub4{1} << (8 * P::kBytes - 1);
+    __m128i shuffle[2], mask[2], literal[2], offset[2];
+    for (unsigned h = 0; h < 2; ++h) {
+        shuffle[h] = P::lanes_of(P::kTable.shuffle[h % P::kHalves]);
+        mask[h] = P::lanes_of(P::kTable.mask[h % P::kHalves]);
+        const unsigned hh = h % P::kHalves;
+        if (F == Form::eq) {
+            literal[h] = P::make(hh, [&](unsigned x, unsigned i) { return a << P::kTable.shift[x][i]; });
+        } else {  // [a, b - 1]
+            literal[h] = P::make(hh, [&](unsigned x, unsigned i) { return ((b - 1 - a) << P::kTable.shift[x][i]) ^ sign; });
+            offset[h] = P::make(hh, [&](unsigned x, unsigned i) { return sign - (a << P::kTable.shift[x][i]); });
+        }
+    }
+    ub8 count = 0;
+    ub1 *o = reinterpret_cast<ub1 *>(out);
+    const ub4 blocks = rows / P::kRows;
+    for (ub4 blk = 0; blk < blocks; ++blk, stream += P::kRows * W / 8, o += P::kRows / 8) {
+        __m128i m[8];
+        for (unsigned k = 0; k < 8; ++k) {
+            const unsigned h = k % 2;
+            const __m128i x = _mm_and_si128(_mm_shuffle_epi8(P::lanes_of(stream + k * P::kLanes * W / 8), shuffle[h]), mask[h]);
+            m[k] = F == Form::eq ? P::eq(x, literal[h]) : P::gt(P::add(x, offset[h]), literal[h]);
+        }
+        auto bits = [](__m128i v) { return static_cast<ub8>(static_cast<ub4>(_mm_movemask_epi8(v))); };
+        if constexpr (P::kBytes == 1) {
+            ub8 w0 = bits(m[0]) | bits(m[1]) << 16 | bits(m[2]) << 32 | bits(m[3]) << 48;
+            ub8 w1 = bits(m[4]) | bits(m[5]) << 16 | bits(m[6]) << 32 | bits(m[7]) << 48;
+            if (F != Form::eq) w0 = ~w0, w1 = ~w1;
+            std::memcpy(o, &w0, 8), std::memcpy(o + 8, &w1, 8);
+            count += _mm_popcnt_u64(w0) + _mm_popcnt_u64(w1);
+        } else if constexpr (P::kBytes == 2) {
+            ub8 w = bits(_mm_packs_epi16(m[0], m[1])) | bits(_mm_packs_epi16(m[2], m[3])) << 16 |
+                    bits(_mm_packs_epi16(m[4], m[5])) << 32 | bits(_mm_packs_epi16(m[6], m[7])) << 48;
+            if (F != Form::eq) w = ~w;
+            std::memcpy(o, &w, 8);
+            count += _mm_popcnt_u64(w);
+        } else {
+            const __m128i lo = _mm_packs_epi16(_mm_packs_epi32(m[0], m[1]), _mm_packs_epi32(m[2], m[3]));
+            const __m128i hi = _mm_packs_epi16(_mm_packs_epi32(m[4], m[5]), _mm_packs_epi32(m[6], m[7]));
+            ub4 w = static_cast<ub4>(bits(lo) | bits(hi) << 16);
+            if (F != Form::eq) w = ~w;
+            std::memcpy(o, &w, 4);
+            count += _mm_popcnt_u32(w);
+        }
+    }
+    return count;
+}
+
+template <unsigned W, Form F>
+void reference_run(benchmark::State &state, std::size_t bytes) {
+    Data &d = data(bytes);
+    const ub4 rows = rows_of(bytes, W);
+    const Literals l = literals(F, W);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(
+            reference_scan<W, F>(d.result.bits(), d.column.data(), rows, static_cast<ub4>(l.a), static_cast<ub4>(l.b)));
+        benchmark::ClobberMemory();
+    }
+    set_rates(state, rows, static_cast<double>(bytes));
+}
+
 template <unsigned W>
 void register_width() {
     struct Size {
@@ -156,6 +286,9 @@ void register_width() {
             const std::size_t bytes = s.bytes;
             register_row(g, "kernel", kernel_run, f, W, false, bytes);
             register_row(g, "kernel_null", kernel_run, f, W, true, bytes);
+            if constexpr (W != 1 && !whole_bytes(W))
+                register_row(g, "reference", f == Form::eq ? reference_run<W, Form::eq> : reference_run<W, Form::ge_lt>,
+                             bytes);
             if (s.scalar) register_row(g, "scalar", f == Form::eq ? scalar_run<W, Form::eq> : scalar_run<W, Form::ge_lt>, bytes);
             register_row(g, "bandwidth", [bytes](benchmark::State &st) {
                 bandwidth(st, data(bytes).column.data(), bytes, rows_of(bytes, W));

@@ -164,7 +164,9 @@ struct vorn_kernel_ctx {
     ub4 row_pos;                /* resumption: first row not yet processed */
     ub8 byte_pos;               /* resumption in bytes, or run index and run end */
     ub8 payload_byte_pos;       /* second resumption point in bytes */
-    const ub4 *ones_vec;        /* selected rows as an ascending array */
+    const ub4 *ones_vec;        /* selected rows as an ascending array; a run-length
+                                   unpack keeps its place in it by row_pos: it goes on
+                                   at the first entry >= row_pos (0 for a new list) */
     ub4 ones_vec_size;          /* entries of ones_vec */
     ub8 start_row;              /* first row for the translation kernels */
     ub1 done_flags;             /* VORN_DONE_* written by the kernel */

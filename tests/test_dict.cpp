@@ -571,3 +571,42 @@ TEST(DictWidthOne, ComplementsLeaveNothingBehindTheLastRow) {
 }
 
 }  // namespace
+
+namespace {
+
+// A result too large to stay in the cache is written past it: the same
+// bits and count, on a column of some 1.1 MiB with a partial last byte.
+TEST(DictWidthOne, LargeResultsGiveTheSameBits) {
+    if (!served(1)) GTEST_SKIP();
+    std::mt19937_64 rng(20);
+    const ub4 n = (9u << 20) + 77;
+    std::vector<ub8> stream(n / 64 + 2);
+    for (auto &w : stream) w = rng();
+    const ub1 *bytes = reinterpret_cast<const ub1 *>(stream.data());
+    vorn_enc_ctx enc{};
+    enc.flags = VORN_PACKED;
+    enc.bit_width = 1;
+    vorn_vec src{};
+    src.data = stream.data();
+    src.enc_ctx = &enc;
+    src.size = n;
+    for (ub8 literal : {1u, 0u}) {
+        Result res(n);
+        ASSERT_EQ(reinterpret_cast<std::uintptr_t>(res.bv.data()) % 16, 0u);  // the streaming stores' case
+        call_dict(1, VORN_OP_EQ, false, &res.vec, &src, literal, 0, nullptr);
+        const ub1 *out = reinterpret_cast<const ub1 *>(res.bv.data());
+        const ub1 flip = literal ? 0 : 0xff;
+        ub8 count = 0;
+        for (ub4 k = 0; k < n / 8; ++k) {
+            ASSERT_EQ(out[k], static_cast<ub1>(reverse_bits(bytes[k]) ^ flip)) << "literal " << literal << " byte " << k;
+            count += static_cast<ub8>(__builtin_popcount(out[k]));
+        }
+        const ub1 last = static_cast<ub1>((reverse_bits(bytes[n / 8]) ^ flip) & ((1u << (n % 8)) - 1));
+        EXPECT_EQ(out[n / 8], last);
+        EXPECT_EQ(res.vec.num_ones, count + static_cast<ub8>(__builtin_popcount(last)));
+        EXPECT_TRUE(res.clear_behind(n));
+        EXPECT_TRUE(res.guard_intact());
+    }
+}
+
+}  // namespace

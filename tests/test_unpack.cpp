@@ -377,6 +377,40 @@ TEST(Unpack, RowPosAtTheEndGivesNothing) {
     }
 }
 
+// A list of rows on a run-length column fills at most the room of each
+// call and goes on where the last call stopped, inside a run or not.
+TEST(Unpack, ListedRowsOfRunsStopAtTheRoomAndResume) {
+    std::mt19937_64 rng(29);
+    TestHost host;
+    {
+        // Two runs of 5 and 6 rows, rows 5..9 listed, room for 2.
+        for (unsigned w : kWidths) {
+            RunColumn c({0, 1}, {5, 6}, w);
+            const Selection sel{Sel::list, {}, {5, 6, 7, 8, 9}};
+            const std::vector<ub8> want(5, 1);
+            const auto got = unpack_in_pieces(host, c.src, sel, w, false, [](int) { return 2u; }, true);
+            ASSERT_EQ(got, want) << kernel_name(w);
+        }
+    }
+    for (unsigned w : kWidths) {
+        for (Layout layout : {Layout::rle8, Layout::rle16}) {
+            const bool wide = w <= 16 && rng() % 2;
+            Source src = make_source(rng, w, layout, rng() % 4 == 0, 400);
+            const double density = rng() % 2 ? 0.05 : 0.7;
+            const Selection sel = make_selection(rng, Sel::list, src.col->vec.size, density, true);
+            const std::vector<ub8> want = model(src.rows, sel, 0, ~0u).out;
+            std::vector<ub1> saved(src.col->lens.data(), src.col->lens.data() + src.col->lens.size());
+            for (ub4 spread : {1u, 3u, 20u}) {
+                const auto got = unpack_in_pieces(
+                    host, src, sel, w, wide, [&](int) { return 1 + static_cast<ub4>(rng() % spread); }, true);
+                std::copy(saved.begin(), saved.end(), src.col->lens.data());
+                ASSERT_EQ(got, want) << kernel_name(w) << (wide ? " ub4" : "") << " layout "
+                                     << static_cast<int>(layout) << " rooms up to " << spread;
+            }
+        }
+    }
+}
+
 TEST(Unpack, AnEmptyOnesVecOnRunsIsRaised) {
     TestHost host;
     RunColumn c({1, 2}, {3, 4}, 8);

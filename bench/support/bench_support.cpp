@@ -127,6 +127,23 @@ public:
         if (any_peer)
             for (auto &l : lines)
                 if (l.back() == '|' && std::count(l.begin(), l.end(), '|') == 7) l += " - |";
+        // Groups that time a reference loop (a former method, kept as a
+        // yardstick): each kernel row against it, in rows per time.
+        std::string against;
+        for (const std::string &name : registered_names()) {
+            std::string group, role;
+            if (!timings_.count(name) || !split(name, group, role) || role.rfind("kernel", 0) != 0) continue;
+            const Timing *r = find(group, "reference");
+            if (!r) continue;
+            const Timing &k = timings_[name];
+            std::snprintf(buf, sizeof buf, "| %s | %s | %.0f | %.0f | %.2fx |\n", group.c_str(), role.c_str(),
+                          k.rows / k.seconds / 1e6, r->rows / r->seconds / 1e6, r->seconds / k.seconds);
+            if (against.find(buf) == std::string::npos) against += buf;
+        }
+        if (!against.empty())
+            std::printf("\nAgainst the reference loop (kernel Mrows/s, reference Mrows/s, kernel/reference):\n"
+                        "| group | kernel | Mrows/s | reference Mrows/s | vs reference |\n|---|---|---:|---:|---:|\n%s",
+                        against.c_str());
         const std::string header =
             any_peer ? "| group | kernel | Mrows/s | GB/s | vs scalar | vs bandwidth | vs peer |\n"
                        "|---|---|---:|---:|---:|---:|---:|\n"
@@ -144,7 +161,7 @@ public:
 
 private:
     static bool split(const std::string &name, std::string &group, std::string &role) {
-        for (const char *r : {"/kernel", "/scalar", "/bandwidth", "/peer"}) {
+        for (const char *r : {"/kernel", "/scalar", "/bandwidth", "/peer", "/reference"}) {
             const auto at = name.rfind(r);
             if (at == std::string::npos) continue;
             group = name.substr(0, at);

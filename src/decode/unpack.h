@@ -32,7 +32,11 @@
 //   bv_aux             selected rows from row_pos, batches of
 //                      min(res.size, 256); each run's code is read once,
 //                      however many of its rows a batch holds;
-//   ones_vec           the listed rows, walked alike; an empty list is the
+//   ones_vec           the listed rows, walked alike, at most res.size a
+//                      call: a call goes on at the first entry at or after
+//                      row_pos (0 for a new list) and leaves row_pos at the
+//                      last row taken + 1; once the list is done a call
+//                      writes nothing and returns 1.  An empty list is the
 //                      caller's error and is raised;
 //   otherwise          a contiguous stretch of min(src.size - row_pos,
 //                      res.size) rows: the codes of the runs it touches are
@@ -54,6 +58,7 @@
 
 #include <nmmintrin.h>
 
+#include <algorithm>
 #include <array>
 
 #include "decode/packed_lanes.h"
@@ -318,15 +323,23 @@ struct Runs {
         return n;
     }
 
-    static ub4 listed(const ub1 *stream, const vorn_vec *src, vorn_kernel_ctx *k, E *out) {
+    // The listed rows from the first entry at or after row_pos, until
+    // `room` elements are written or the list ends.  The list is strictly
+    // ascending, so row_pos (the last row taken + 1) marks the place in it;
+    // the search is a bisection, and byte_pos gives the run to go on from.
+    static ub4 listed(const ub1 *stream, const vorn_vec *src, vorn_kernel_ctx *k, E *out, ub4 room) {
         const ub1 *lens = static_cast<const ub1 *>(src->enc_ctx->rle_lens);
         const ub4 *rows = k->ones_vec;
         const ub4 count = k->ones_vec_size;
-        Walk walk{stream, lens, resume<LenBytes>(k, lens, rows[0])};
-        for (ub4 j = 0; j < count; ++j) out[j] = walk.at(rows[j]);
-        k->row_pos = rows[count - 1] + 1;
+        const ub4 from = static_cast<ub4>(std::lower_bound(rows, rows + count, k->row_pos) - rows);
+        const ub4 left = count - from;
+        const ub4 n = left < room ? left : room;
+        if (n == 0) return 0;
+        Walk walk{stream, lens, resume<LenBytes>(k, lens, rows[from])};
+        for (ub4 j = 0; j < n; ++j) out[j] = walk.at(rows[from + j]);
+        k->row_pos = rows[from + n - 1] + 1;
         keep(k, walk.c);
-        return count;
+        return n;
     }
 
     static ub4 stretch(const ub1 *stream, const vorn_vec *src, vorn_kernel_ctx *k, E *out, ub4 room) {
@@ -386,8 +399,8 @@ ub4 unpack_rows(vorn_vec *res, vorn_vec *src, vorn_kernel_ctx *k, const ub1 *str
                 k->row_pos = 0;
                 return 0;
             }
-            return runs::wide_lengths(enc) ? Runs<W, E, 2>::listed(stream, src, k, out)
-                                           : Runs<W, E, 1>::listed(stream, src, k, out);
+            return runs::wide_lengths(enc) ? Runs<W, E, 2>::listed(stream, src, k, out, room)
+                                           : Runs<W, E, 1>::listed(stream, src, k, out, room);
         }
         return runs::wide_lengths(enc) ? Runs<W, E, 2>::stretch(stream, src, k, out, room)
                                        : Runs<W, E, 1>::stretch(stream, src, k, out, room);

@@ -1,33 +1,100 @@
-// dict_bit1.cpp - the one scan that all twenty 1-bit compares share.
+// dict_bit1.cpp - the one scan that all twenty 1-bit compares share: the
+// stream with each byte's bits reversed, or its complement, counted as it
+// is stored.
 #include "predicate/dict_bit1.h"
 
-#include <emmintrin.h>
+#include <nmmintrin.h>
+
+#include <array>
+#include <cstdint>
 
 #include "frame/entries.h"
 
 namespace vorn::dict {
 namespace {
 
-// Reverses the bits of every byte: adjacent bits, then pairs, then nibbles.
-VORN_INLINE __m128i reverse_byte_bits(__m128i v) {
-    const __m128i m1 = _mm_set1_epi8(0x55), m2 = _mm_set1_epi8(0x33), m4 = _mm_set1_epi8(0x0f);
-    v = _mm_or_si128(_mm_and_si128(_mm_srli_epi64(v, 1), m1), _mm_slli_epi64(_mm_and_si128(v, m1), 1));
-    v = _mm_or_si128(_mm_and_si128(_mm_srli_epi64(v, 2), m2), _mm_slli_epi64(_mm_and_si128(v, m2), 2));
-    v = _mm_or_si128(_mm_and_si128(_mm_srli_epi64(v, 4), m4), _mm_slli_epi64(_mm_and_si128(v, m4), 4));
-    return v;
+// The bits of a nibble in reverse order, for n = 0..15, as shuffle rows: the
+// low nibble of a byte goes to the high one reversed, and the other way.
+// The complement's rows give each half complemented, so that the OR of the
+// two halves is the complemented byte.
+constexpr ub1 reversed_nibble(ub4 n) {
+    return static_cast<ub1>((n & 1) << 3 | (n & 2) << 1 | (n & 4) >> 1 | (n & 8) >> 3);
+}
+constexpr std::array<ub1, 16> nibble_table(ub4 shift, bool complement) {
+    std::array<ub1, 16> t{};
+    for (ub4 n = 0; n < 16; ++n)
+        t[n] = static_cast<ub1>(((complement ? 15 - reversed_nibble(n) : reversed_nibble(n))) << shift);
+    return t;
+}
+alignas(16) constexpr std::array<ub1, 16> kLowToHigh[2] = {nibble_table(4, false), nibble_table(4, true)};
+alignas(16) constexpr std::array<ub1, 16> kHighToLow[2] = {nibble_table(0, false), nibble_table(0, true)};
+
+// Beyond this many result bytes the result cannot stay in the cache
+// anyway: the stores bypass it, which spares the reads for ownership.
+constexpr ub8 kStreamingBytes = ub8{1} << 20;
+
+// Reverses the bits of every byte, complemented or not, by two nibble
+// lookups.
+template <bool Complement>
+struct ByteReversal {
+    __m128i low_to_high, high_to_low, nibble;
+    ByteReversal()
+        : low_to_high(_mm_load_si128(reinterpret_cast<const __m128i *>(kLowToHigh[Complement].data()))),
+          high_to_low(_mm_load_si128(reinterpret_cast<const __m128i *>(kHighToLow[Complement].data()))),
+          nibble(_mm_set1_epi8(0x0f)) {}
+    VORN_INLINE __m128i operator()(__m128i v) const {
+        const __m128i lo = _mm_and_si128(v, nibble), hi = _mm_and_si128(_mm_srli_epi16(v, 4), nibble);
+        return _mm_or_si128(_mm_shuffle_epi8(low_to_high, lo), _mm_shuffle_epi8(high_to_low, hi));
+    }
+};
+
+// The rows of code 1, or with Complement of code 0, of `blocks` blocks of
+// 128 rows (16 bytes each): reversed, stored, and counted in one pass.  The
+// count is that of the stream's own bits, which reversal keeps; the
+// complement's is the rest of the rows.  Streaming stores need a result
+// aligned to 16 bytes.
+template <bool Complement, bool Streaming>
+VORN_INLINE ub8 one_block(const ByteReversal<Complement> &reverse, ub8 *out, const ub1 *p) {
+    const __m128i v = reverse(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p)));
+    if constexpr (Streaming)
+        _mm_stream_si128(reinterpret_cast<__m128i *>(out), v);
+    else
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(out), v);
+    return _mm_popcnt_u64(load<ub8>(p)) + _mm_popcnt_u64(load<ub8>(p + 8));
 }
 
-// The rows of code 1: blocks of 128 rows (16 bytes) reversed, the words
-// behind the last block cleared, the last rows by the reference read.
-void rows_of_code_one(ub8 *out, const ub1 *stream, ub4 n) {
+template <bool Complement, bool Streaming>
+ub8 blocks_of_rows(ub8 *out, const ub1 *stream, ub8 blocks) {
+    const ByteReversal<Complement> reverse;
+    ub8 ones = 0, b = 0;
+    for (; b + 4 <= blocks; b += 4) {
+        _mm_prefetch(reinterpret_cast<const char *>(stream + 16 * b + 640), _MM_HINT_T0);
+        ub8 a0 = one_block<Complement, Streaming>(reverse, out + 2 * b, stream + 16 * b);
+        ub8 a1 = one_block<Complement, Streaming>(reverse, out + 2 * b + 2, stream + 16 * b + 16);
+        a0 += one_block<Complement, Streaming>(reverse, out + 2 * b + 4, stream + 16 * b + 32);
+        a1 += one_block<Complement, Streaming>(reverse, out + 2 * b + 6, stream + 16 * b + 48);
+        ones += a0 + a1;
+    }
+    for (; b < blocks; ++b) ones += one_block<Complement, Streaming>(reverse, out + 2 * b, stream + 16 * b);
+    return Complement ? 128 * blocks - ones : ones;
+}
+
+// The rows of code 1 (code 0 with Complement) for n rows: whole blocks, the
+// words behind them cleared, the last rows by the reference read.
+template <bool Complement>
+ub8 rows_of_code(ub8 *out, const ub1 *stream, ub4 n) {
     const ub8 blocks = n / 128;
-    for (ub8 b = 0; b < blocks; ++b) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(stream + 16 * b));
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + 2 * b), reverse_byte_bits(v));
+    ub8 count = 0;
+    if (blocks * 16 >= kStreamingBytes && (reinterpret_cast<std::uintptr_t>(out) & 15) == 0) {
+        count += blocks_of_rows<Complement, true>(out, stream, blocks);
+        _mm_sfence();
+    } else {
+        count += blocks_of_rows<Complement, false>(out, stream, blocks);
     }
     std::memset(out + 2 * blocks, 0, (words_for_bits(n) - 2 * blocks) * 8);
     for (ub8 i = blocks * 128; i < n; ++i)
-        if (read_code_at<1>(stream, i)) out[i >> 6] |= ub8{1} << (i & 63);
+        if (read_code_at<1>(stream, i) != Complement) out[i >> 6] |= ub8{1} << (i & 63), ++count;
+    return count;
 }
 
 // Clears the bits at n and beyond in the last word.
@@ -39,7 +106,6 @@ void clear_behind(ub8 *out, ub4 n) {
 
 ub8 bit1_scan(ub8 *out, const ub1 *stream, ub4 n, Bit1Outcome outcome) {
     const ub8 words = words_for_bits(n);
-    ub4 count = 0;
     switch (outcome) {
         case Bit1Outcome::none:
             std::memset(out, 0, words * 8);
@@ -48,15 +114,8 @@ ub8 bit1_scan(ub8 *out, const ub1 *stream, ub4 n, Bit1Outcome outcome) {
             std::memset(out, 0xff, words * 8);
             clear_behind(out, n);
             return n;
-        case Bit1Outcome::stream:
-            rows_of_code_one(out, stream, n);
-            vorn_lbiwvand_dydi(out, &count, out, out, n);
-            return count;
-        case Bit1Outcome::complement:
-            rows_of_code_one(out, stream, n);
-            vorn_lbiwvnot_dydi(out, &count, out, n);
-            clear_behind(out, n);
-            return count;
+        case Bit1Outcome::stream: return rows_of_code<false>(out, stream, n);
+        case Bit1Outcome::complement: return rows_of_code<true>(out, stream, n);
     }
     return 0;
 }

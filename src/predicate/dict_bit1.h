@@ -21,8 +21,8 @@ namespace vorn::dict {
 enum class Bit1Outcome : ub1 { none, stream, complement, all };
 
 // Writes the outcome for n rows into out: (n + 63) / 64 words, no bit at n
-// or beyond set.  The stream's count is taken by ANDing the result with
-// itself, the complement's by the NOT that makes it.  Returns the count.
+// or beyond set.  The stream and its complement are counted in the pass
+// that writes them.  Returns the count.
 VORN_INTERNAL ub8 bit1_scan(ub8 *out, const ub1 *stream, ub4 n, Bit1Outcome outcome);
 
 template <Cmp C, bool Null>
