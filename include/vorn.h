@@ -247,7 +247,7 @@ void vornhost_raise_internal(void *env, ub8 error_context, const char *message, 
  *       kernels of dynamic prefix also UNSUPPORTED (a literal tz above the
  *       width in bytes); on a VORN_RLE column whatever rle_expand returns
  *   vorn_decode_dict_*                          OK, BAD_RECORD (sym_layout)
- *   vorn_decode_unpack_dict_*                   OK, EMPTY, BAD_RECORD
+ *   vorn_decode_unpack_dict_*                   OK, EMPTY (no element written)
  *   vorn_burst_rle_*                            OK, EMPTY
  *   vorn_minmax_dict_*                          OK, EMPTY (nothing stored)
  *   vorn_xlate_*                                OK, EMPTY, UNSUPPORTED
@@ -317,7 +317,7 @@ struct vorn_lomp_ctx {
  *
  * Two families work on these vectors through the slots: vorn_lbiw* on
  * arrays of ub8 words (8-byte aligned), vorn_lbiv* on byte strings of any
- * alignment that never read a byte outside (bits + 7) / 8.  The iterator:
+ * alignment; both take the length in bits.  The iterator:
  *   vorn_bv_iter it;
  *   ctx->vorn_lbiwv_ictx_ini2_dydi(&it, bv, bits, 0, first_row);
  *   for (ub8 r; (r = ctx->vorn_lbiwviter_dydi(&it)) != VORN_LBIWV_END;) ...
