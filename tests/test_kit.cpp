@@ -218,14 +218,14 @@ TEST(KitStreams, CompressedStreamsDecodeThroughTheLibrary) {
         size_t stream_bytes = 0;
         ub1 *stream = vorn_kit_lomp_compress(data.data(), bytes, &stream_bytes);
         ASSERT_NE(stream, nullptr);
-        vorn_kit_host *host = vorn_kit_host_create(nullptr);
+        vorn_kit_host *host = vorn_kit_host_create(ctx().vorn_lomp_decode_dydi);
         vorn_host_services *s = vorn_kit_host_services(host);
         vorn_lomp_ctx lctx{s->env, s->heap, s->work_alloc, s->work_free, 0};
         std::vector<ub1> out(bytes + 64);
         ub4 length = 0;
         EXPECT_EQ(s->lomp_decode(&lctx, stream, out.data(), &length, static_cast<ub4>(bytes)), 0u) << bytes;
         EXPECT_EQ(length, bytes);
-        EXPECT_EQ(std::memcmp(out.data(), data.data(), bytes), 0);
+        if (bytes) EXPECT_EQ(std::memcmp(out.data(), data.data(), bytes), 0);
         EXPECT_EQ(vorn_kit_host_decode_calls(host), 1u);
         vorn_kit_host_destroy(host);
         std::free(stream);
