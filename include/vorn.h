@@ -11,6 +11,34 @@
  *
  * This header compiles as C11 and as C++.  The records are an interface
  * between separately built programs: field order and widths are fixed.
+ *
+ * A host in six steps (examples/scan_range.c does all of them in C):
+ *   1. Define and export vornhost_raise_internal (see its declaration
+ *      below; link the executable with -rdynamic), then
+ *      dlopen("librvtlsse42.so", RTLD_NOW) and dlsym the record
+ *      "vorn_global_specialized_ctx".  Check magic, version and variant
+ *      against VORN_CTX_MAGIC, VORN_CTX_VERSION and VORN_CTX_VARIANT.
+ *   2. Call ctx->vorn_init_sharedlib_dydi(NULL, cpu_words) once (three
+ *      ub4, only copied), before any other thread enters the library.
+ *   3. Describe each column by a vorn_enc_ctx: kernel_group =
+ *      VORN_KERNEL_GROUP(VORN_WIDTH_CODE(bits), VORN_ENC_*), width_code,
+ *      bit_width and the layout flag (VORN_PACKED, VORN_FIXED, ...).
+ *   4. Fill a vorn_vec for the source (data, size, enc_ctx) and one for
+ *      the result (res_bv with room for the bits), and a zeroed
+ *      vorn_kernel_ctx whose host points at your vorn_host_services.
+ *   5. Take the kernel at ctx->dispatch_table[VORN_DISPATCH_INDEX(
+ *      kernel_group, VORN_OP_*, second_form)] and call the member of its
+ *      shape (cmp, range, decode, minmax, xlate).  Check the code it
+ *      returns (VORN_RC_*, below).
+ *   6. Walk the result bits with the iterator slots or by hand (bit i of
+ *      the result is bit i & 63 of word i >> 6), and decode the matching
+ *      rows with a decode kernel.
+ * Each family's section below says what its inputs look like, what may be
+ * null, which callbacks it calls and how much slack its buffers need.
+ *
+ * Slack, in one rule: give every input stream 16 readable bytes behind its
+ * last byte, and every result bit vector one writable word behind its
+ * (size + 63) / 64 words.  The sections give the exact minimum per family.
  */
 #ifndef VORN_H
 #define VORN_H
@@ -203,12 +231,80 @@ struct vorn_host_services {
 
 /* The one function the library imports from the host.  It is called as
  * vornhost_raise_internal(env, ((ub8 *)env)[71], message, 0).  If it returns,
- * the kernel carries on and its output is undefined. */
+ * the kernel carries on and its output is undefined.
+ *
+ * The host must define it with C linkage and make it visible to the
+ * libraries it dlopens: the library is linked with this symbol undefined
+ * and is loaded with RTLD_NOW, so dlopen fails ("undefined symbol:
+ * vornhost_raise_internal") when the executable does not export it.  Link
+ * the executable with -rdynamic (CMake: ENABLE_EXPORTS ON), or with
+ * -Wl,--dynamic-list naming just this symbol, or define it in a shared
+ * object of the host that is loaded with RTLD_GLOBAL before the library.
+ * It is raised for exactly four messages:
+ *   "<kernel>: vorn_lomp_decode failed"       lomp_decode returned nonzero;
+ *   "<kernel>: [rle] ones_vec size is zero"   unpack decoders and min/max
+ *                                             on a VORN_RLE column with a
+ *                                             ones_vec of 0 entries;
+ *   "vorn_selective found decreasing indices in ones_vec with LV or LV_SEP input";
+ *   "vorn_dgk_symbol2code_dydi: hash vector is not 64 bits width".
+ * env must therefore hold at least 72 words when a kernel can raise. */
 void vornhost_raise_internal(void *env, ub8 error_context, const char *message, ...);
+
+/* ------------------------------------------------------------------------ */
+/* Result codes.  Every kernel and entry returns one of these as a ub8.     */
+/* ------------------------------------------------------------------------ */
+/* Which families return which:
+ *   compares (_fixed_, _dict_, _dynp_, _null, _tz)   OK, EMPTY; the _tz
+ *       kernels of dynamic prefix also UNSUPPORTED (a literal tz above the
+ *       width in bytes); on a VORN_RLE column whatever rle_expand returns
+ *   vorn_decode_dict_*                          OK, BAD_RECORD (sym_layout)
+ *   vorn_decode_unpack_dict_*                   OK, EMPTY (no element written)
+ *   vorn_burst_rle_*                            OK, EMPTY
+ *   vorn_minmax_dict_*                          OK, EMPTY (nothing stored)
+ *   vorn_xlate_*                                OK, EMPTY, UNSUPPORTED
+ *   vorn_eq_stream_dydi                         OK, EMPTY, UNSUPPORTED
+ *   vorn_selective_dydi                         OK, UNSUPPORTED, OUTPUT_FULL
+ *   vorn_lookup_and_compare_dydi                OK (also when no row matched)
+ *   vorn_lomp_decode_dydi                       OK, BAD_RECORD
+ *   vorn_thread_ctx_init_dydi, _fini_dydi       OK
+ *   every index or slot this build does not serve  UNSUPPORTED, nothing
+ *       written (an index outside the scheme holds a null pointer instead)
+ * PARTITION_FULL, TRANSPOSE_FULL and GATHER_FULL belong to the partition,
+ * transpose and gather entries; codes 3, 4, 5, 7, 8, 11, 12, 14, 15, 16 are
+ * local to the key-value table and vector families and told with them.
+ * A code that asks to resume (6, 18, 19, 23) leaves its position in the
+ * vorn_kernel_ctx: make room and call again with the same record. */
+enum {
+    VORN_RC_OK = 0,              /* done; for a compare at least one row matched */
+    VORN_RC_EMPTY = 1,           /* done, and the result is empty */
+    VORN_RC_UNSUPPORTED = 2,     /* layout or flags not served; nothing written */
+    VORN_RC_PARTITION_FULL = 6,  /* a partition has no room; resume */
+    VORN_RC_TRANSPOSE_FULL = 18, /* transposed output full; resume */
+    VORN_RC_GATHER_FULL = 19,    /* gathered output full; resume */
+    VORN_RC_OUTPUT_FULL = 23,    /* output full, rows left; resume at kctx row_pos, byte_pos */
+    VORN_RC_BAD_RECORD = 24      /* bad or unsupported contents of a record */
+};
 
 /* ------------------------------------------------------------------------ */
 /* vorn_lomp_ctx: the argument record of the compressed-stream decoder.     */
 /* ------------------------------------------------------------------------ */
+/* A column flagged VORN_LOMP holds at `data` a compressed code stream; its
+ * decompressed form is the column's ordinary packed stream of
+ * src->decomp_size bytes.  Every kernel that reads codes decompresses it
+ * the same way: if *src->decomp_slot is null it calls
+ *     host->alloc(env, heap, decomp_size, "<kernel>: vec1_decomp", 8, 16,
+ *                 src->alloc_tag)
+ * stores the address in the cell, and calls host->lomp_decode(&lomp_ctx,
+ * src->data, buffer, &length, decomp_size); later kernels reuse the cell.
+ * So a VORN_LOMP column needs: kctx and kctx->host (alloc, work_alloc,
+ * work_free, lomp_decode; put ctx->vorn_lomp_decode_dydi into
+ * lomp_decode unless you have your own), a decomp_slot cell that starts
+ * null and that the host clears when it frees the buffer, and an alloc
+ * that gives decomp_size + 16 bytes (the decoder writes up to 7 bytes
+ * behind a block, and the kernels read the result as a packed stream).
+ * The cell is filled without a lock: threads scanning one column use
+ * their own cells.  The stream format is written by the host kit's
+ * vorn_kit_lomp_compress (vorn_kit.h). */
 struct vorn_lomp_ctx {
     void *env;                  /* handed to work_alloc and work_free */
     void *heap;                 /* filled in; the decoder does not read it */
@@ -220,6 +316,26 @@ struct vorn_lomp_ctx {
 /* ------------------------------------------------------------------------ */
 /* vorn_bv_iter: the bit-vector iterator, four words, on the caller's stack. */
 /* ------------------------------------------------------------------------ */
+/* Result bit vectors.  Every kernel that answers with rows writes
+ * res->res_bv: bit i (row i) is bit i & 63 of the ub8 word i >> 6, in the
+ * host's native order (little-endian: row 0 is bit 0 of byte 0).  A full
+ * compare writes all (size + 63) / 64 words and leaves every bit at
+ * position size or above 0, so a popcount of the words is the count; the
+ * count is also in res->num_ones.  The words must be 8-byte aligned (the
+ * SSE kernels store whole words; 16-byte alignment is better).  bv_aux and
+ * filter_bv have the same form, one bit per row (per run on a VORN_RLE
+ * column), and must not be the same memory as res_bv.
+ *
+ * Two families work on these vectors through the slots: vorn_lbiw* on
+ * arrays of ub8 words (8-byte aligned), vorn_lbiv* on byte strings of any
+ * alignment; both take the length in bits.  The iterator:
+ *   vorn_bv_iter it;
+ *   ctx->vorn_lbiwv_ictx_ini2_dydi(&it, bv, bits, 0, first_row);
+ *   for (ub8 r; (r = ctx->vorn_lbiwviter_dydi(&it)) != VORN_LBIWV_END;) ...
+ * yields the set rows in ascending order (complement 1: the clear rows
+ * below `bits`); vorn_lbiwvones_dydi(&it, out, max) writes up to max row
+ * numbers as ub4 and returns how many (0 at the end).  The byte family
+ * ends with VORN_LBIV_END.  No callbacks; kctx is not taken. */
 typedef struct vorn_bv_iter {
     ub8 next;                   /* address of the next word to load; 0 when exhausted */
     ub8 bits;                   /* bits in the vector: the bound of row numbers */
@@ -672,9 +788,15 @@ enum {
     VORN_XLATE_GROUPKEY = 3
 };
 
-/* Width codes of vorn_convert_width: bit widths 1 to 20 are codes 0 to 19. */
+/* Width codes of vorn_convert_width: bit widths 1 to 20 are codes 0 to 19,
+ * 24 is 20, 32 is 21 and 64 is 22.  Any other width (0, 21 to 23, 25 to
+ * 31, 33 to 63, above 64) gives VORN_WIDTH_NONE, a width field at which
+ * the dispatch table holds no kernel for any encoding, operation or form:
+ * the entry is a null pointer, never a neighbouring width's kernel. */
+#define VORN_WIDTH_NONE 31u
 #define VORN_WIDTH_CODE(bits) \
-    ((bits) == 24 ? 20u : (bits) == 32 ? 21u : (bits) == 64 ? 22u : (ub4)(bits) - 1u)
+    ((bits) >= 1 && (bits) <= 20 ? (ub4)(bits) - 1u \
+     : (bits) == 24 ? 20u : (bits) == 32 ? 21u : (bits) == 64 ? 22u : VORN_WIDTH_NONE)
 
 #define VORN_DISPATCH_SECOND 4096u  /* bit 12: _tz, _null, _c2d, _sum */
 #define VORN_KERNEL_GROUP(width_code, encoding) ((ub4)(width_code) * 4u + (ub4)(encoding))
@@ -684,6 +806,112 @@ enum {
 
 #define VORN_DISPATCH_SCHEME_SIZE 8192u  /* indexes of the scheme */
 #define VORN_DISPATCH_TABLE_WORDS 8256u  /* 64 zero words follow them */
+
+/* ---- The column forms every scan kernel reads ----
+ *
+ * Packed code stream (VORN_PACKED, all _dict_ kernels): one big-endian bit
+ * string from data[0], MSB first, end to end with no padding between codes
+ * at any width.  Code i of width w is bits i*w .. i*w+w-1 counted from the
+ * top bit of byte 0; its first bit is the code's top bit.  Reference read:
+ *     b = i*w;  c = (load_be32(data + (b >> 3)) << (b & 7)) >> (32 - w);
+ * (for w up to 25).  So widths 8, 16, 32, 64 are plain big-endian ub1, ub2,
+ * ub4, ub8 arrays.  The stream needs 3 readable bytes behind its last byte
+ * (the reference read of the last code); give 16.  Widths: 1 to 20, 24, 32
+ * and 64 (64 for the compares only); no kernel exists for any other.
+ * VORN_CODE_ARRAY (native ub4 per row) is a different layout that the scan
+ * kernels do not take.
+ *
+ * Fixed-width values (VORN_FIXED, _fixed_ kernels): row i is the unsigned
+ * big-endian number of s = bit_width / 8 bytes at data + i*s, compared as
+ * unsigned (the store keeps signed and floating-point values in a form
+ * whose unsigned order is their order).  Kernel width 8: s = 1; 16: s = 2;
+ * 32: bit_width 32 or 24; 64: bit_width 64, 56, 48 or 40.  Set bit_width:
+ * the 32- and 64-bit kernels read it.  Readable bytes behind the column:
+ * 8 - s for the 64-bit kernel, 4 - s for the 32-bit one; give 16.
+ *
+ * Dynamic prefix (_dynp_ kernels, widths 16, 32, 64): data holds each row's
+ * stored bytes end to end; a row of L bytes is the big-endian number with
+ * those bytes first and zeros after.  data2 is the selector stream, MSB
+ * first in each byte: 16-bit, 1 bit a row (bit 7 - (i & 7) of byte i >> 3);
+ * 32-bit, 2 bits (at 2 * (3 - (i & 3)) of byte i >> 2); 64-bit, a nibble
+ * (high for even i, low for odd i of byte i >> 1).  L = selector + 1 (a
+ * 64-bit nibble above 7 is invalid).  Both streams need 16 readable bytes
+ * behind their ends: a group is loaded 16 bytes at a time.
+ *
+ * The literal, at literals[0] (range forms: low[0] and high[0]):
+ *   _fixed_            the value in a row's own stored bytes, big-endian;
+ *                      the 32-bit kernel reads 4 bytes there and the 64-bit
+ *                      kernel 8, keeping the top bit_width bits.
+ *   _dict_ width 8     one ub1 code.
+ *   _dict_ 16, 32, 64  the code big-endian, as in the stream (ub2, ub4, ub8).
+ *   _dict_ others      a native ub4 code.  Width 1: zero or not zero.
+ *                      A code above the top code is cut into the range.
+ *   _dynp_             big-endian at the kernel's full width (2, 4, 8 bytes).
+ *   _tz forms          literals[1] (low[1], high[1]) is a ub1 tz; the pair
+ *                      (value, tz) is compared lexically, value first.  A
+ *                      _fixed_ _tz column has its tz stream at data2 (16: 1
+ *                      bit, 32: 2 bits, 64: 4 bits a row, MSB first as the
+ *                      selectors; VORN_TZ_CONST: the one byte at data2).  A
+ *                      _dynp_ row's tz is its selector; a literal tz above
+ *                      2, 4, 8 returns VORN_RC_UNSUPPORTED.
+ *   _null forms        as _dict_; code 0 is null and never matches.
+ * Forms: eq lt gt le ge ne take literals; gt_lt gt_le ge_lt ge_le take low
+ * and high (gt_lt: low < x < high).  An empty range matches nothing.
+ *
+ * What a compare writes and may take as null:
+ *   res->res_bv   required: (src->size + 63) / 64 words, 8-byte aligned,
+ *                 written whole; bits at size and above come out 0.
+ *   res->num_ones the count.  Return VORN_RC_OK, or VORN_RC_EMPTY for 0.
+ *   res->enc_ctx  may be null; res's other fields are not read.
+ *   src->filter_bv may be null; if set it is ANDed in (one bit per row).
+ *   kctx          may be null for a plain column.  Required (with
+ *                 kctx->host) for VORN_LOMP (alloc, work_alloc, work_free,
+ *                 lomp_decode) and VORN_RLE (src->enc_ctx->rle_expand is
+ *                 called; no vorn_host_services callback).  With bv_aux
+ *                 set the result is ANDed with it and VORN_DONE_BV_AUX is
+ *                 set in done_flags; with VORN_CTX_SELECTIVE as well only
+ *                 bv_aux's rows are read (not on a VORN_RLE column).
+ * VORN_RLE column: data holds one code a run, rle_runs runs; the compare
+ * writes one bit a run into enc_ctx->rle_bv ((rle_runs + 63) / 64 words)
+ * and calls rle_expand(kctx->host, res, src, runs_ctx) with runs_ctx a
+ * zeroed vorn_kernel_ctx whose bv_aux is the run bits and num_ones their
+ * count; rle_expand must fill res->res_bv and res->num_ones (calling the
+ * vorn_burst_rle_* kernel of the lengths does exactly that) and its return
+ * is the compare's.  filter_bv and bv_aux then have one bit per run.
+ *
+ * ---- Decoding ----
+ * vorn_decode_dict_<w> (res, src, kctx): for each row (or each ones_vec
+ * entry) writes the symbol's address (ub8) to res->data, its length (ub2)
+ * to res->data2 and an indicator (ub2: 0 a value, 2 length 0) to
+ * res->data3, at dense positions 0, 1, ...; no symbol byte is copied.
+ * The dictionary: enc_ctx sym_base, sym_layout 0 (fixed length: the
+ * big-endian ub2 at sym_header; symbol c at sym_base + c * length) or 1
+ * (big-endian ub4 sym_offsets, num_symbols + 1 of them), another layout
+ * returns VORN_RC_BAD_RECORD.  kctx is required: set ones_vec_size to the
+ * rows even without ones_vec (data3 is cleared for that many entries).
+ * Afterwards num_ones = rows produced, row_pos = the LAST row done, and
+ * VORN_DONE_DECODED is set.  Arrays: one entry a row; give 16 bytes slack.
+ * vorn_decode_unpack_dict_<w>: codes out as plain native integers at
+ * res->data, zero-extended (ub1 for widths up to 8, ub2 up to 16, ub4
+ * above, ub4 for all with VORN_CTX_UNPACK_UB4 in kctx->flags), no
+ * dictionary read.  kctx required.  Rows: ones_vec's rows; else the
+ * bv_aux selection (with VORN_CTX_SELECTIVE by iterator); else at most
+ * res->size rows from row_pos.  row_pos is left at the next row;
+ * num_ones = elements written; VORN_RC_EMPTY when none.
+ * vorn_burst_rle_* (res, src, kctx): the rle_expand of a compare, run bits
+ * in kctx->bv_aux; res->res_bv needs 7 readable and writable bytes behind
+ * its last word (one spare word does it).
+ *
+ * ---- Min/max: vorn_minmax_dict_<w>[_null] (res, src, kctx, mode) ----
+ * res->data points at two ub4, the smallest then the largest code of the
+ * rows seen, written only when a row was seen (VORN_RC_OK; else
+ * VORN_RC_EMPTY and both left as they were).  kctx required: row_pos is
+ * the first row (set 0) and is written; ones_vec or bv_aux select rows;
+ * enc_ctx->num_symbols must be set (it is the "nothing seen" minimum).
+ * mode is not read by this build.  _null skips code 0.
+ *
+ * Every kernel that reads codes also takes the VORN_LOMP form: see
+ * vorn_lomp_ctx above. */
 
 /* Kernel shapes.  literals, low and high are arrays of addresses, each
  * leading to one literal in the family's form. */
@@ -819,6 +1047,23 @@ typedef ub4 (*vorn_bvones_fn)(vorn_bv_iter *iter, ub4 *out, ub4 max);
 typedef ub8 (*vorn_bvrun_fn)(void *a, void *b);
 typedef ub8 (*vorn_bvruns_fn)(void *a, void *b, void *c, void *d);
 
+/* Two-column entries (slots; no callbacks unless a column is VORN_LOMP):
+ *   vorn_eq_stream_dydi(res, a, b, kctx): row i matches when a's and b's
+ *     values are equal; both columns need the same layout, tried in the
+ *     order VORN_LV_SEP, VORN_LV, VORN_PTR_LEN, VORN_LEN_PTR, VORN_FIXED,
+ *     else VORN_RC_UNSUPPORTED.  With VORN_SHORT_VALUES values are read 8
+ *     bytes at a time: 8 readable bytes behind each value.
+ *   vorn_selective_dydi(res, src, kctx): copies the rows selected by
+ *     kctx->ones_vec (ascending) or kctx->bv_aux from kctx->row_pos on,
+ *     until res->size rows or res->byte_capacity bytes; VORN_RC_OUTPUT_FULL
+ *     leaves row_pos and byte_pos for the next call.  Layout flags on both
+ *     src and res: VORN_LEN_PTR, VORN_PTR_LEN, VORN_LV, VORN_LV_SEP,
+ *     VORN_FIXED.  The ub2 lengths are native.
+ *   vorn_lookup_and_compare_dydi(res, src, &second, &map1, &map2, &op,
+ *     kctx): native ub4 codes of src and second, each optionally mapped
+ *     through map1/map2 (cells holding null: no map), compared by the ub1
+ *     op (VORN_OP_EQ..VORN_OP_NE; 6 and above match nothing); bits are
+ *     only set, so res_bv must be cleared by the caller. */
 typedef ub8 (*vorn_eq_stream_fn)(vorn_vec *res, vorn_vec *a, vorn_vec *b, vorn_kernel_ctx *kctx);
 typedef ub8 (*vorn_selective_fn)(vorn_vec *res, vorn_vec *src, vorn_kernel_ctx *kctx);
 typedef ub8 (*vorn_lookup_and_compare_fn)(vorn_vec *res, vorn_vec *src,

@@ -4,13 +4,17 @@ namespace vornhost {
 
 Bytes pack_codes(const std::vector<ub8> &codes, unsigned width) {
     Bytes out((codes.size() * width + 7) / 8);
-    ub1 *p = out.data();
+    pack_codes_into(out.data(), codes.data(), codes.size(), width);
+    return out;
+}
+
+void pack_codes_into(ub1 *p, const ub8 *codes, std::size_t n, unsigned width) {
     // Bits gather in `acc` from the top; whole bytes leave it from the top.
     unsigned __int128 acc = 0;
     unsigned held = 0;
     const ub8 mask = width == 64 ? ~ub8{0} : (ub8{1} << width) - 1;
-    for (ub8 code : codes) {
-        acc = (acc << width) | (code & mask);
+    for (std::size_t i = 0; i < n; ++i) {
+        acc = (acc << width) | (codes[i] & mask);
         held += width;
         while (held >= 8) {
             held -= 8;
@@ -18,7 +22,6 @@ Bytes pack_codes(const std::vector<ub8> &codes, unsigned width) {
         }
     }
     if (held) *p = static_cast<ub1>(acc << (8 - held));
-    return out;
 }
 
 ub8 packed_code(const ub1 *stream, unsigned width, ub8 row) {

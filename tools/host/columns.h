@@ -34,6 +34,8 @@ private:
 
 // Codes of width w (1 to 64) packed into one big-endian bit string.
 Bytes pack_codes(const std::vector<ub8> &codes, unsigned width);
+// The same into zeroed memory at `out`, (n * width + 7) / 8 bytes.
+void pack_codes_into(ub1 *out, const ub8 *codes, std::size_t n, unsigned width);
 
 // The code of `row` in a packed stream, read bit by bit: the model that the
 // kernels' reads are checked against.

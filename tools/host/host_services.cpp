@@ -2,6 +2,9 @@
 
 #include "host/library.h"
 
+#include <cstdio>
+#include <cstdlib>
+
 namespace vornhost {
 
 void *Arena::allocate(std::size_t bytes) {
@@ -40,7 +43,11 @@ static ub8 host_lomp_decode(const vorn_lomp_ctx *ctx, const ub1 *stream, ub1 *ou
                             ub4 capacity) {
     HostServices *h = HostServices::from_env(ctx->env);
     ++h->decode_calls;
-    const vorn_lomp_decode_fn decode = h->decoder ? h->decoder : library().ctx->vorn_lomp_decode_dydi;
+    const vorn_lomp_decode_fn decode = h->decoder ? h->decoder : last_opened_decoder;
+    if (!decode) {
+        std::fprintf(stderr, "host services: lomp_decode called before a library was opened\n");
+        std::abort();
+    }
     return decode(ctx, stream, out, out_length, capacity);
 }
 

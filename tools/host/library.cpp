@@ -2,7 +2,6 @@
 
 #include <dlfcn.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -10,7 +9,7 @@ namespace vornhost {
 
 bool Library::open(const char *p) {
     const char *env = std::getenv("VORN_LIB");
-    path = p ? p : env ? env : VORN_LIB_PATH;
+    path = p ? p : env ? env : "librvtlsse42.so";
     handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (!handle) {
         error = dlerror();
@@ -22,6 +21,7 @@ bool Library::open(const char *p) {
         return false;
     }
     table = ctx->dispatch_table;
+    last_opened_decoder = ctx->vorn_lomp_decode_dydi;
     const ub4 cpu_words[3] = {0, 0, 0};
     ctx->vorn_init_sharedlib_dydi(nullptr, cpu_words);
     return true;
@@ -32,19 +32,6 @@ void Library::close() {
     handle = nullptr;
     ctx = nullptr;
     table = nullptr;
-}
-
-const Library &library() {
-    static Library lib;
-    static bool opened = false;
-    if (!opened) {
-        if (!lib.open()) {
-            std::fprintf(stderr, "cannot open the library: %s\n", lib.error.c_str());
-            std::abort();
-        }
-        opened = true;
-    }
-    return lib;
 }
 
 }  // namespace vornhost

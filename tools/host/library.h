@@ -15,7 +15,8 @@ struct Library {
     std::string path;
     std::string error;
 
-    // Opens `path`, or $VORN_LIB, or the library this tree built.  Calls
+    // Opens `path`, or $VORN_LIB, or "librvtlsse42.so" by the loader's
+    // search path.  Calls
     // vorn_init_sharedlib_dydi once.  False with `error` set on failure.
     bool open(const char *path = nullptr);
     void close();
@@ -24,7 +25,12 @@ struct Library {
 };
 
 // The process's library, opened on first use; aborts with a message if it
-// cannot be opened.
+// cannot be opened.  Opens $VORN_LIB or the library this tree built
+// (default_library.cpp, linked by the in-tree hosts only).
 const Library &library();
+
+// The decoder of the library opened last: the host services' lomp_decode
+// forwards to it when they have no decoder of their own.
+inline vorn_lomp_decode_fn last_opened_decoder = nullptr;
 
 }  // namespace vornhost

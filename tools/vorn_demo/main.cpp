@@ -15,6 +15,7 @@
 #include "vorn_demo/queries.h"
 #include "vorn_demo/scan.h"
 #include "vorn_demo/table.h"
+#include "vorn_kit.h"
 
 // The one function the library imports.  A server raises an internal error
 // here; the demo reports it and fails.
@@ -74,19 +75,16 @@ int show_offer(const vornhost::Library &lib, bool families_too) {
     for (int i = 0; i < 73; ++i) served += slots[i] != unserved;
     std::printf("entry slots  %d of 73 served\n", served);
 
-    // Kernels: an index whose entry is shared by many indexes holds the
-    // "not served" entry of its shape; a kernel has an entry of its own.
-    std::map<ub8, int> kernel_uses;
-    for (ub4 i = 0; i < vorn::kSchemeSize; ++i) ++kernel_uses[reinterpret_cast<ub8>(lib.table[i].cmp)];
+    // Kernels: the host kit knows the names and which indexes this build
+    // serves, from the same compile-time tables as the library.
     std::map<std::string, std::pair<int, int>> families;  // family -> (served, named)
     int kernels = 0, named = 0;
-    for (ub4 i = 0; i < vorn::kSchemeSize; ++i) {
-        vorn::NameText t;
-        if (!vorn::scheme_name(i, t)) continue;
+    for (ub4 i = 0; i < VORN_DISPATCH_SCHEME_SIZE; ++i) {
+        if (!vorn_kit_index_named(i)) continue;
         ++named;
-        auto &f = families[family_of(i, vorn_dispatch_func_names[i])];
+        auto &f = families[family_of(i, vorn_kit_kernel_name(i))];
         ++f.second;
-        if (kernel_uses[reinterpret_cast<ub8>(lib.table[i].cmp)] < 4) ++kernels, ++f.first;
+        if (vorn_kit_index_served(i)) ++kernels, ++f.first;
     }
     std::printf("kernels      %d of the %d in the dispatch table served\n", kernels, named);
     if (!families_too) return 0;
@@ -104,15 +102,19 @@ struct Options {
     bool progress = true;
 };
 
+constexpr const char kUsage[] =
+    "usage: vorn-demo [--rows N] [--threads N] [--seed N] [--lib PATH] [--offer] [--quiet]\n"
+    "  --rows N     rows of the generated table (default 20,000,000)\n"
+    "  --threads N  scanning threads (default: all cores)\n"
+    "  --seed N     seed of the generated data\n"
+    "  --lib PATH   the library to open (default: $VORN_LIB, else this build's)\n"
+    "  --offer      list the kernels the library serves, by family\n"
+    "  --quiet      no progress line while generating\n"
+    "  --help       this text\n";
+
+// A wrong argument: the reason and the usage on stderr, exit 2.
 [[noreturn]] void usage(const char *why) {
-    std::fprintf(stderr,
-                 "vorn-demo: %s\n"
-                 "usage: vorn-demo [--rows N] [--threads N] [--seed N] [--lib PATH] [--offer] [--quiet]\n"
-                 "  --rows N     rows of the generated table (default 20,000,000)\n"
-                 "  --threads N  scanning threads (default: all cores)\n"
-                 "  --offer      list the kernels the library serves, by family\n"
-                 "  --quiet      no progress line while generating\n",
-                 why);
+    std::fprintf(stderr, "vorn-demo: %s\n%s", why, kUsage);
     std::exit(2);
 }
 
@@ -130,6 +132,7 @@ Options parse(int argc, char **argv) {
         else if (a == "--lib") o.lib = value();
         else if (a == "--offer") o.offer = true;
         else if (a == "--quiet") o.progress = false;
+        else if (a == "--help" || a == "-h") std::fputs(kUsage, stdout), std::exit(0);
         else usage(("unknown argument " + a).c_str());
     }
     if (o.rows == 0 || o.rows > 4000000000ull) usage("--rows must be between 1 and 4,000,000,000");
@@ -151,6 +154,11 @@ void print_outcome(const demo::Outcome &o) {
     std::printf("    library %9.2f ms %9.0f Mrows/s    scalar %9.2f ms %9.0f Mrows/s    %6.1fx    %s\n",
                 o.library_seconds * 1e3, lib_rate, o.scalar_seconds * 1e3, scalar_rate,
                 o.scalar_seconds / o.library_seconds, o.ok ? "checked" : "MISMATCH");
+    if (o.library_seconds > o.scalar_seconds)
+        std::printf("    slower than scalar: %s\n",
+                    o.slow_because.empty() ? "the column units are too small for the kernel's per-call set-up to pay "
+                                             "off (try more --rows)"
+                                           : o.slow_because.c_str());
     if (!o.ok) std::printf("    first difference: %s\n", o.mismatch.c_str());
 }
 
@@ -159,7 +167,8 @@ void print_outcome(const demo::Outcome &o) {
 int main(int argc, char **argv) {
     const Options opt = parse(argc, argv);
     vornhost::Library lib;
-    if (!lib.open(opt.lib)) {
+    // --lib, else $VORN_LIB, else the library of this build tree.
+    if (!lib.open(opt.lib ? opt.lib : std::getenv("VORN_LIB") ? nullptr : VORN_LIB_PATH)) {
         std::fprintf(stderr, "vorn-demo: cannot open the library: %s\n", lib.error.c_str());
         return 2;
     }
@@ -184,7 +193,8 @@ int main(int argc, char **argv) {
         all_ok = all_ok && o.ok;
     }
 
-    std::printf("\nkernel calls by dispatch index (the host's counts; rates per calling thread):\n");
+    std::printf("\nvorn_stats_dump, the kernels this run called: name, calls (Call Freq), and millions of\n"
+                "rows per second per calling thread (MrowsPerSec), from the host's own counters:\n");
     std::fflush(stdout);
     const auto stats = scan.stats();
     vorn_stats_dump(stats.get(), 1);

@@ -227,6 +227,9 @@ private:
             // The first scan pays for the decompression, once: it runs once.
             o.library_seconds = pass == 0 ? scan_.for_units(t_.units, scan) : scan_.best_of(kRuns, t_.units, scan);
             o.scalar_seconds = scalar_seconds;
+            if (pass == 0)
+                o.slow_because = "this scan decompresses every unit first, while the scalar loop reads the plain "
+                                 "stream; the scans after it find the cache cells filled";
             const ub8 decoded = total(decodes);
             finish_bits(o, bits, model, counts, ", " + std::to_string(decoded) + " unit decodes");
             if (decoded != (pass == 0 ? t_.units : 0)) {

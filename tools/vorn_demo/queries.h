@@ -20,6 +20,7 @@ struct Outcome {
     double rows = 0;        // rows the query covered, for the rates
     bool ok = true;
     std::string mismatch;   // the first disagreement, when not ok
+    std::string slow_because;  // why the library path may lose to the scalar one
 };
 
 // Runs every query; the results of one feed the next, as in a real plan.

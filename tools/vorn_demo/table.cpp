@@ -75,7 +75,11 @@ void generate(Table &t, ub8 rows, ub8 seed, bool progress, vorn_rle_expand_fn ex
     Progress p(progress);
     std::mt19937_64 rng(seed);
     t.rows = rows;
+    // Units of up to 2^20 rows; a small table is cut into about 16 units
+    // still, so that every thread has work, each a multiple of 4,096 rows
+    // (whole bytes of every packed column, whole words of every bit vector).
     t.unit_rows = 1u << 20;
+    while (t.unit_rows > 4096 && (rows + t.unit_rows - 1) / t.unit_rows < 16) t.unit_rows >>= 1;
     t.units = static_cast<ub4>((rows + t.unit_rows - 1) / t.unit_rows);
 
     p.step("city dictionary");
