@@ -145,12 +145,13 @@ struct vorn_enc_ctx {
     ub1 elem_type;              /* vector columns and group-by sum: element type */
     ub1 elem_type_ext;          /* one further byte, read by the vector parser only */
     ub2 max_len;                /* largest value length in bytes */
-    const void *code_values;    /* VORN_CODE_VALUES: the value of each code, native ub4 or ub8 */
     /* A Bloom filter (vorn_bloom_dydi), described on the filter's vector. */
     ub1 bloom_paged;            /* not 0: res_bv holds page addresses, not the filter's bytes */
     ub4 bloom_mask;             /* the hash bits that count */
     ub4 bloom_page_shift;       /* paged: page = (hash & bloom_mask) >> bloom_page_shift */
     ub4 bloom_bit_mask;         /* paged: the bits that index into a page */
+    /* A dictionary-coded column whose values the fixed transpose writes. */
+    const void *code_values;    /* VORN_CODE_VALUES: the value of each code, native ub4 or ub8 */
 };
 
 #define VORN_ENC_CTX_FLAG(enc_ctx, flag) (((enc_ctx)->flags & (ub4)(flag)) != 0)
@@ -1238,24 +1239,14 @@ typedef struct vorn_specialized_ctx {
     vorn_unserved_fn vorn_prefix_decode_dydi;
     vorn_hash_entry_fn vorn_hash_dydi;
     vorn_partition_fn vorn_partition_dydi;
-    vorn_unserved_fn vorn_gather_dydi;
-    vorn_unserved_fn vorn_gather_one_col_dydi;
-    vorn_unserved_fn vorn_gather_cols_dydi;
-    vorn_unserved_fn vorn_transpose_reference_dydi;
-    vorn_unserved_fn vorn_transpose_convert_dydi;
-    vorn_unserved_fn vorn_transpose_fixed_dydi;
-    vorn_layout_kv_fn vorn_layout_kv_dydi;
-    vorn_create_add_kv_fn vorn_create_add_kv_dydi;
-    vorn_unserved_fn vorn_hash_dydi;
-    vorn_unserved_fn vorn_partition_dydi;
     vorn_gather_fn vorn_gather_dydi;
     vorn_gather_one_col_fn vorn_gather_one_col_dydi;
     vorn_gather_cols_fn vorn_gather_cols_dydi;
     vorn_transpose_fn vorn_transpose_reference_dydi;
     vorn_transpose_convert_fn vorn_transpose_convert_dydi;
     vorn_transpose_fn vorn_transpose_fixed_dydi;
-    vorn_unserved_fn vorn_layout_kv_dydi;
-    vorn_unserved_fn vorn_create_add_kv_dydi;
+    vorn_layout_kv_fn vorn_layout_kv_dydi;
+    vorn_create_add_kv_fn vorn_create_add_kv_dydi;
     vorn_unserved_fn vorn_probe_kv_dydi;
     vorn_unserved_fn vorn_mut_kv_scan_dydi;
     vorn_unserved_fn vorn_dgk_symbol2code_dydi;
