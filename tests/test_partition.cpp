@@ -74,7 +74,7 @@ ColPtr words_column(std::vector<ub8> words, ub4 flags, ub4 bit_width) {
 ColPtr hashes64(const std::vector<ub8> &h) { return words_column(h, VORN_ALIGNED, 64); }
 ColPtr hashes32(const std::vector<ub4> &h) {
     std::vector<ub8> w((h.size() + 1) / 2);
-    std::memcpy(w.data(), h.data(), 4 * h.size());
+    if (!h.empty()) std::memcpy(w.data(), h.data(), 4 * h.size());
     auto c = words_column(w, VORN_ALIGNED, 32);
     c->vec.size = static_cast<ub4>(h.size());
     return c;
@@ -629,7 +629,7 @@ TEST(Partition, RepartitionOfVariableRecords) {
         re.flags = VORN_PART_VAR | VORN_PART_HASH;
         auto col = std::make_shared<Col>();
         col->words.resize(records.size() / 8 + 2);
-        std::memcpy(col->words.data(), records.data(), records.size());
+        if (!records.empty()) std::memcpy(col->words.data(), records.data(), records.size());
         col->enc.flags = VORN_ALIGNED | VORN_LV;
         col->vec.enc_ctx = &col->enc;
         col->vec.data = col->words.data();
