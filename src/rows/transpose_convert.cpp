@@ -4,7 +4,7 @@
 // refs[ref_block] is a table of row references as vorn_transpose_reference_dydi
 // leaves it: row i's num_cols references at 10 * i * num_cols.  Rows
 // first_row to last_row (both included) are written to block `block` at its
-// cursors, by the store of the spec's flags, tested in this order:
+// cursors, by the store that the record's flags name, tested in this order:
 //
 //   REFS and ONE_COL    bytes: each value behind a native ub2 length;
 //                       one reference per row: the row's bytes, length

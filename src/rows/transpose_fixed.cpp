@@ -5,7 +5,7 @@
 // row_stride, col_lens[col] bytes.  All rows of src are written; the kernel
 // moves no cursor, since the columns of a batch share its rows (the host
 // moves data_cursors[block] when a batch's columns are all in).  ctx is not
-// read.  Only a spec with VORN_STORE_FIXED is served.
+// read.  Only a store record whose flags hold VORN_STORE_FIXED is served.
 //
 // The loops, by what src is and the column's length l:
 //   VORN_CODE_ARRAY with VORN_CODE_VALUES, l = 4   vorn_transpose_fixed_gd:

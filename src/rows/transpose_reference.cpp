@@ -5,7 +5,7 @@
 // ref_tables[block] + 10 * (i * num_cols + col): a native ub2 length and an
 // unaligned ub8 address into the source column, which must outlive the
 // store's conversion.  All rows of src are written; the kernel keeps no
-// position and does not read ctx.  Only a spec with VORN_STORE_REFS is
+// position and does not read ctx.  Only a store record with VORN_STORE_REFS is
 // served.  A block below 0 gives no table: the host always gives one.
 #include "frame/entries.h"
 #include "predicate/value_layouts.h"
