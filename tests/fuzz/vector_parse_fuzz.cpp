@@ -105,7 +105,8 @@ void one_parse(std::mt19937_64 &rng, unsigned long long input) {
     const ModelResult m = model_parse(units, s, with_bad);
     if (code != m.code) fail(input, "code differs from the model", code);
     if (kctx.num_ones != m.done) fail(input, "rows done differ from the model", kctx.num_ones);
-    if (std::memcmp(out.data(), m.out.data(), m.out.size()) != 0) fail(input, "elements differ", 0);
+    if (!m.out.empty() && std::memcmp(out.data(), m.out.data(), m.out.size()) != 0)
+        fail(input, "elements differ", 0);
 }
 
 void one_header(std::mt19937_64 &rng, unsigned long long input) {
