@@ -31,6 +31,8 @@
 // An infinite or NaN sum returns 4; a sum below 0.0 gives 0.0, else the root.
 #pragma once
 
+#include <smmintrin.h>
+
 #include "vector/elem_forms.h"
 #include "vector/vector_entries.h"
 
@@ -60,14 +62,14 @@ VORN_INLINE double norm_square(elem_t<R> v) {
     else return static_cast<double>(v * v);
 }
 
-// The norm's accumulators in their fixed lane order.
+// The norm's accumulators in their fixed lane order: four of two lanes,
+// and the scalar one.
 struct NormLanes {
-    double acc[4][2] = {};
+    __m128d acc[4] = {_mm_setzero_pd(), _mm_setzero_pd(), _mm_setzero_pd(), _mm_setzero_pd()};
     double single = 0.0;
     VORN_INLINE double fold() const {
-        const double lo = (acc[0][0] + acc[1][0]) + (acc[2][0] + acc[3][0]);
-        const double hi = (acc[0][1] + acc[1][1]) + (acc[2][1] + acc[3][1]);
-        return (lo + hi) + single;
+        const __m128d t = _mm_add_pd(_mm_add_pd(acc[0], acc[1]), _mm_add_pd(acc[2], acc[3]));
+        return (_mm_cvtsd_f64(t) + _mm_cvtsd_f64(_mm_unpackhi_pd(t, t))) + single;
     }
 };
 
@@ -97,16 +99,74 @@ struct ArithElem {
             *out = v;
             return (v < -128 || v > 127) ? 4 : 0;
         } else {
-            W v;
-            if constexpr (Op == kAdd) v = a + b;
-            else if constexpr (Op == kSub) v = a - b;
-            else if constexpr (Op == kMul) v = a * b;
-            else v = a / b;
-            *out = v;
-            return exp_all_ones(v) ? 4 : 0;
+            *out = op(a, b);
+            return exp_all_ones(*out) ? 4 : 0;
         }
     }
+
+    // The floating operation alone.
+    static VORN_INLINE W op(W a, W b) {
+        if constexpr (Op == kAdd) return a + b;
+        else if constexpr (Op == kSub) return a - b;
+        else if constexpr (Op == kMul) return a * b;
+        else return a / b;
+    }
 };
+
+// True when one of n floating values (n a multiple of 4) is infinite or NaN,
+// four floats or two doubles a compare.
+template <ub4 N>
+VORN_INLINE bool any_exp_all_ones(const float *v) {
+    const __m128i exp = _mm_set1_epi32(0x7f800000);
+    __m128i hit = _mm_setzero_si128();
+    for (ub4 j = 0; j < N; j += 4) {
+        const __m128i x = _mm_and_si128(_mm_castps_si128(_mm_loadu_ps(v + j)), exp);
+        hit = _mm_or_si128(hit, _mm_cmpeq_epi32(x, exp));
+    }
+    return _mm_movemask_epi8(hit) != 0;
+}
+template <ub4 N>
+VORN_INLINE bool any_exp_all_ones(const double *v) {
+    const __m128i exp = _mm_set1_epi64x(0x7ff0000000000000ll);
+    __m128i hit = _mm_setzero_si128();
+    for (ub4 j = 0; j < N; j += 2) {
+        const __m128i x = _mm_and_si128(_mm_castpd_si128(_mm_loadu_pd(v + j)), exp);
+        hit = _mm_or_si128(hit, _mm_cmpeq_epi64(x, exp));
+    }
+    return _mm_movemask_epi8(hit) != 0;
+}
+
+// A block of N elements from `at`: computed and checked whole, then stored
+// and added to the norm (N 16: accumulator j / 4, lane j % 2; N 4:
+// accumulator 0).  False, with nothing stored, when an element fails.
+template <ub4 N, ub4 Op, Form A, Form B, Form R, bool Scalar, bool WNorm>
+VORN_INLINE bool arith_block(const void *__restrict left, const void *__restrict right, void *__restrict res, ub8 at,
+                             work_t<A, B, R> scalar, NormLanes &lanes) {
+    using E = ArithElem<Op, A, B, R>;
+    using W = typename E::W;
+    W v[N];
+    ub4 bad = 0;
+    if constexpr (std::is_same_v<W, int>) {
+        for (ub4 j = 0; j < N; ++j)
+            bad |= E::apply(E::widen_a(left, at + j), Scalar ? scalar : E::widen_b(right, at + j), &v[j]);
+    } else {
+        // The arithmetic and the test in loops of their own, so that both
+        // run four lanes at a time.
+        for (ub4 j = 0; j < N; ++j) v[j] = E::op(E::widen_a(left, at + j), Scalar ? scalar : E::widen_b(right, at + j));
+        bad = any_exp_all_ones<N>(v) ? 1u : 0u;
+    }
+    if (bad != 0) return false;
+    for (ub4 j = 0; j < N; ++j) write_elem<R>(res, at + j, v[j]);
+    if constexpr (WNorm) {
+        double sq[N];
+        for (ub4 j = 0; j < N; ++j) sq[j] = norm_square<R>(v[j]);
+        for (ub4 j = 0; j < N; j += 2) {
+            __m128d &acc = lanes.acc[N == 16 ? j / 4 : 0];
+            acc = _mm_add_pd(acc, _mm_loadu_pd(sq + j));
+        }
+    }
+    return true;
+}
 
 template <ub4 Op, Form A, Form B, Form R, bool Scalar, bool WNorm>
 ub8 arith_kernel(ub4 dim, const void *left, const void *right, void *res, double *norm) {
@@ -129,25 +189,12 @@ ub8 arith_kernel(ub4 dim, const void *left, const void *right, void *res, double
         return 0;
     };
 
-    // Block of N: computed and checked whole, then stored.
-    auto block = [&]<ub4 N>(ub8 at, auto &&to_norm) -> bool {
-        W v[N];
-        ub4 bad = 0;
-        for (ub4 j = 0; j < N; ++j)
-            bad |= E::apply(E::widen_a(left, at + j), Scalar ? scalar : E::widen_b(right, at + j), &v[j]);
-        if (bad != 0) return false;
-        for (ub4 j = 0; j < N; ++j) write_elem<R>(res, at + j, v[j]);
-        if constexpr (WNorm)
-            for (ub4 j = 0; j < N; ++j) to_norm(j, norm_square<R>(v[j]));
-        return true;
-    };
-
     for (; i + 16 <= dim; i += 16) {
-        if (!block.template operator()<16>(i, [&](ub4 j, double s) { lanes.acc[j / 4][j % 2] += s; }))
+        if (!arith_block<16, Op, A, B, R, Scalar, WNorm>(left, right, res, i, scalar, lanes))
             return one_by_one(i, i + 16);
     }
     for (; i + 4 <= dim; i += 4) {
-        if (!block.template operator()<4>(i, [&](ub4 j, double s) { lanes.acc[0][j % 2] += s; }))
+        if (!arith_block<4, Op, A, B, R, Scalar, WNorm>(left, right, res, i, scalar, lanes))
             return one_by_one(i, i + 4);
     }
     if (const ub4 code = one_by_one(i, dim); code != 0) return code;
