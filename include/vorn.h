@@ -827,7 +827,9 @@ enum {
  * unsigned (the store keeps signed and floating-point values in a form
  * whose unsigned order is their order).  Kernel width 8: s = 1; 16: s = 2;
  * 32: bit_width 32 or 24; 64: bit_width 64, 56, 48 or 40.  Set bit_width:
- * the 32- and 64-bit kernels read it.  Readable bytes behind the column:
+ * the 32- and 64-bit kernels read it.  The kernel group names the kernel's
+ * width, not the value's: VORN_WIDTH_CODE(32) for 24-bit values,
+ * VORN_WIDTH_CODE(64) for 40 to 56 bits.  Readable bytes behind the column:
  * 8 - s for the 64-bit kernel, 4 - s for the 32-bit one; give 16.
  *
  * Dynamic prefix (_dynp_ kernels, widths 16, 32, 64): data holds each row's
