@@ -232,25 +232,41 @@ public:
             store(o, w);
             return _mm_popcnt_u64(w);
         } else {
-            const __m128i lo = _mm_packs_epi16(_mm_packs_epi32(m[0], m[1]), _mm_packs_epi32(m[2], m[3]));
-            const __m128i hi = _mm_packs_epi16(_mm_packs_epi32(m[4], m[5]), _mm_packs_epi32(m[6], m[7]));
-            ub4 w = static_cast<ub4>(bits(lo) | bits(hi) << 16);
+            ub4 w;
+            if constexpr (kTest == LaneTest::interval) {
+                // The range forms: the first 16 rows by packing (two
+                // rounds) and one byte mask, the other 16 by the float sign
+                // masks of their four vectors, which spares the shuffle unit
+                // half the packs.  The other forms are faster all packed.
+                const __m128i lo = _mm_packs_epi16(_mm_packs_epi32(m[0], m[1]), _mm_packs_epi32(m[2], m[3]));
+                auto quad = [](__m128i v) { return static_cast<ub4>(_mm_movemask_ps(_mm_castsi128_ps(v))); };
+                w = static_cast<ub4>(bits(lo)) | (quad(m[4]) | quad(m[5]) << 4 | quad(m[6]) << 8 | quad(m[7]) << 12) << 16;
+            } else {
+                const __m128i lo = _mm_packs_epi16(_mm_packs_epi32(m[0], m[1]), _mm_packs_epi32(m[2], m[3]));
+                const __m128i hi = _mm_packs_epi16(_mm_packs_epi32(m[4], m[5]), _mm_packs_epi32(m[6], m[7]));
+                w = static_cast<ub4>(bits(lo) | bits(hi) << 16);
+            }
             w ^= static_cast<ub4>(invert_);
             store(o, w);
             return _mm_popcnt_u32(w);
         }
     }
 
-    // All n rows: whole blocks, the clearing behind them, the tail.
+    // All n rows: whole blocks, the clearing behind them, the tail.  A copy
+    // on the stack, which no store to out can alias, keeps the lane vectors
+    // in registers through the loop.
     ub8 scan(ub8 *out, const ub1 *stream, ub4 n) const {
+        const LaneCompare k = *this;
+        return k.scan_here(out, stream, n);
+    }
+
+    VORN_INLINE ub8 scan_here(ub8 *out, const ub1 *stream, ub4 n) const {
         const ub8 blocks = n / S::kRows;
         ub1 *o = reinterpret_cast<ub1 *>(out);
         ub8 count = 0;
         if (blocks) {
             const ub1 *p = stream;
             for (ub8 b = 1; b < blocks; ++b, p += S::kBlockBytes, o += S::kOutBytes) {
-                _mm_prefetch(reinterpret_cast<const char *>(p + 640), _MM_HINT_T0);
-                _mm_prefetch(reinterpret_cast<const char *>(p + 704), _MM_HINT_T0);
                 count += block(p, o);
             }
             alignas(16) ub1 last[S::kBlockBytes + 16] = {};

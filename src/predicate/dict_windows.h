@@ -207,8 +207,6 @@ public:
         const ub1 *p = stream;
         if (blocks) {
             for (ub8 b = 1; b < blocks; ++b, p += kBlockBytes) {
-                _mm_prefetch(reinterpret_cast<const char *>(p + 640), _MM_HINT_T0);
-                _mm_prefetch(reinterpret_cast<const char *>(p + 704), _MM_HINT_T0);
                 const ub8 w = block(p);
                 store(out + b - 1, w);
                 count += _mm_popcnt_u64(w);
