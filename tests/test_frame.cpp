@@ -128,10 +128,9 @@ TEST(DispatchScheme, EveryNamedIndexHoldsAnEntryAndTheUnservedAnswerTwo) {
 }
 
 TEST(ContextRecord, UnservedSlotsAnswerTwo) {
-    EXPECT_EQ(ctx().vorn_vector_arith_dydi(nullptr, nullptr, nullptr), 2u);
-    EXPECT_EQ(ctx().vorn_bloom_dydi(nullptr), 2u);
-    EXPECT_EQ(ctx().vorn_hash_dydi(nullptr, nullptr, nullptr), 2u);
     EXPECT_EQ(ctx().vorn_groupkey_dydi(nullptr), 2u);
+    EXPECT_EQ(ctx().vorn_gby_sum_dydi(nullptr), 2u);
+    EXPECT_EQ(ctx().vorn_sum_vec_dydi(nullptr), 2u);
 }
 
 TEST(ContextRecord, ThreadEntriesDoNothingAndAnswerZero) {
