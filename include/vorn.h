@@ -151,7 +151,10 @@ struct vorn_kernel_ctx {
     const ub8 *bv_aux;          /* rows selected so far; never the same memory as res_bv */
     ub2 flags;                  /* VORN_CTX_* requests */
     ub8 num_ones;               /* ones in bv_aux, where the caller knows it */
-    ub4 stop_part;              /* partition that was full */
+    union {                     /* the partition kernel's code 6: the partition that was full */
+        ub4 stop_part;
+        ub4 stop_row;           /* the same field under the partition kernel's name */
+    };
     ub4 row_pos;                /* resumption: first row not yet processed */
     ub8 byte_pos;               /* resumption in bytes, or run index and run end */
     ub8 payload_byte_pos;       /* second resumption point in bytes */
@@ -410,6 +413,126 @@ typedef ub8 (*vorn_layout_kv_fn)(ub8 distinct_estimate, ub8 row_count, ub4 *flag
 typedef ub8 (*vorn_create_add_kv_fn)(vorn_kv *kv, vorn_vec *hash_vec, vorn_vec *val_vec,
                                      vorn_vec *key_vec, sb8 segment_id, vorn_kernel_ctx *ctx,
                                      vorn_kv_grow_fn grow, ub8 *status);
+/* Hashing and partitioning: the first steps of a hash join.                */
+/* ------------------------------------------------------------------------ */
+
+/* The host's hash function: hash = fn(value address, length in bytes, seed).
+ * It must be a pure function of the bytes and the seed.  The library has no
+ * hash of its own: every hash value it handles comes from this callback. */
+typedef ub8 (*vorn_hash_fn)(const void *value, ub8 length, ub8 seed);
+
+/*
+ * vorn_hash_dydi(res, src, seeds, hash, kctx): one hash per row of src into
+ * the ub8 array at res->data, row i at element i.  kctx is not read and may
+ * be null; res->data is the only thing written (res->size and num_ones are
+ * left alone).
+ *
+ * seeds: a ub8 column that must carry VORN_ALIGNED (else 2, before anything
+ * else is looked at).  With seeds->size == 1 its one value seeds every row;
+ * otherwise row i takes element i.  A key of several columns is hashed by
+ * feeding each result in as the seeds of the next column.
+ *
+ * src: the first of these layouts in its flags decides the walk; none of
+ * them gives 2 with nothing written.  Rows: src->size, 0 returns 0.
+ *   VORN_FIXED        data + i * (bit_width >> 3), bit_width >> 3 bytes
+ *   VORN_PACKED       code i of width bit_width, then the dictionary
+ *   VORN_CODE_ARRAY   code = ((ub4 *)data)[i], then the dictionary
+ *   VORN_LV_SEP       values end to end at data, ub2 lengths at data2
+ *   VORN_LV           each value behind its ub2 length, end to end
+ *   VORN_PTR_LEN      ub8 addresses at data, ub2 lengths at data2
+ *   VORN_LEN_PTR      ten-byte rows: ub2 length, unaligned ub8 address
+ * Dictionary symbol of code c: sym_layout 0: the big-endian ub2 length at
+ * sym_header, address sym_base + c * length; any other sym_layout: the
+ * big-endian ub4 offsets o = sym_offsets[c], e = sym_offsets[c + 1], length
+ * (e - o) & 0xffff, address sym_base + o.  A compressed (VORN_LOMP) or
+ * run-length column is not decoded here: the host hands in its plain form.
+ */
+typedef ub8 (*vorn_hash_entry_fn)(vorn_vec *res, vorn_vec *src, vorn_vec *seeds, vorn_hash_fn hash,
+                                  vorn_kernel_ctx *kctx);
+
+/* Bits of vorn_partition_ctrl.flags: what a record carries. */
+#define VORN_PART_RID 0x1u          /* a ub8 row id */
+#define VORN_PART_VAR 0x2u          /* self-describing variable record */
+#define VORN_PART_PAYLOAD 0x4u      /* a fixed payload (4 or 8 bytes, or payload_bytes) */
+#define VORN_PART_HASH 0x8u         /* the hash */
+#define VORN_PART_NO_COPY 0x10u     /* refused (2) by the shapes that copy payload */
+#define VORN_PART_VALUE32 0x20u     /* a ub4 value */
+#define VORN_PART_REF 0x40u         /* a payload by reference: ub8 address, ub2 length */
+
+/* Key kind (bits 24 to 30 of the enc_ctx flags) of a column of finished
+ * 16-byte {row id ub8, hash ub8} records. */
+#define VORN_KEY_KIND_RIDHASH 0x21u
+#define VORN_KEY_KIND_FLAGS(kind) ((ub4)(kind) << 24)
+
+/*
+ * vorn_partition_ctrl: how vorn_partition_dydi scatters rows.  The host
+ * fills every field; the kernel writes only the cursors (and the records
+ * behind them).
+ *
+ * Partition of hash h: (h & m) >> low_bit, m = 2^(high_bit + 1) - 1, all
+ * ones for high_bit 63.  The host gives 2^(high_bit - low_bit + 1) cursors
+ * and limits; nothing checks the number.  A record goes to partition p only
+ * when limits[p] - cursors[p] is at least its size, and then cursors[p]
+ * moves past it; records are packed with no gap, in row order.
+ */
+typedef struct vorn_partition_ctrl {
+    ub4 flags;                  /* VORN_PART_* : the record shape */
+    ub1 high_bit;               /* highest hash bit of the partition number */
+    ub1 low_bit;                /* lowest one */
+    ub4 payload_bytes;          /* {hash, payload} shape: payload bytes per row */
+    ub1 **cursors;              /* per partition: next write address; moved by the kernel */
+    ub1 *const *limits;         /* per partition: end of its buffer */
+} vorn_partition_ctrl;
+
+/*
+ * vorn_partition_dydi(ctrl, src, second, third, hash, kctx): rows of src
+ * from kctx->row_pos on, into the partitions.  Returns 0 when every row is
+ * placed (row_pos = src->size), 2 when the combination is not served
+ * (nothing written), 6 when partition kctx->stop_row has no room for the
+ * record of row kctx->row_pos: that row and the rest are not placed.  The
+ * host then gives that partition a new cursor and limit and calls again with
+ * the same kctx.  Before the first call it sets row_pos, byte_pos and
+ * payload_byte_pos to 0.  byte_pos / payload_byte_pos: the offset into
+ * src->data / the payload column's data of row row_pos, for the walked
+ * layouts (VORN_LV, VORN_LV_SEP); after code 0 the offsets of the end.
+ *
+ * Row ids (second): base_rid + row under VORN_AUTORID, else ub8 data[row].
+ * Keys are hashed with `hash` and seed 0, in blocks of up to 1024 rows; a
+ * column of hashes (VORN_ALIGNED) is read as ub8 (or ub4, see below).
+ *
+ * Records (little-endian, "-" bytes are never written):
+ *   src VORN_ALIGNED with third present, tested in this order:
+ *     8|64     address ub8, length ub2, 6 "-", hash  (24)
+ *     8|64|1   row id, hash, address ub8, length ub2, 6 "-"  (32)
+ *              reference from third: VORN_FIXED (data + i * width, width),
+ *              VORN_PTR_LEN or VORN_LEN_PTR, else 2
+ *     8|32|1   8-byte hash: row id, value ub4, 4 "-", hash (24);
+ *              4-byte hash: value ub4, hash ub4, row id (16)
+ *     8|32     8-byte hash: value ub4, 4 "-", hash (16); 4-byte: value, hash (8)
+ *              value: ub4 third->data[i]; hash width: src bit_width 32 or 64, else 2
+ *     8|4|1    payload as ub8, hash, row id  (24)
+ *     8|4      payload as ub8, hash  (16)
+ *              payload: third VORN_FIXED of 4 or 8 bytes (native, widened), else 2
+ *     8|1      row id, hash  (16)
+ *     8        hash  (8)
+ *   src VORN_KEY32 (native ub4 keys that are their own hash):
+ *     32|1     value ub4, 4 "-", row id  (16);   32  value ub4  (4)
+ *   otherwise:
+ *     8|1      row id, hash (16) over src VORN_FIXED, VORN_LV_SEP, VORN_LV,
+ *              VORN_PTR_LEN, VORN_LEN_PTR (hashed), VORN_ALIGNED (hashes), or
+ *              key kind VORN_KEY_KIND_RIDHASH (records copied, hash at byte 8)
+ *     8|2      ub2 (payload length + 8), hash, payload (10 + length); src in
+ *              one of the six forms above, payload `second` in one of the five
+ *              layouts.  src VORN_ALIGNED|VORN_LV: re-partition of such
+ *              records, hash read at byte 2, each copied whole.
+ *     8|4      hash, payload_bytes bytes of second (VORN_FIXED) (8 + payload_bytes)
+ *     VORN_PART_NO_COPY with 8|2 or 8|4 gives 2, as does any other combination.
+ *
+ * Every record is in memory when the kernel returns; the stores are plain
+ * (cached) stores, so a host that reads a partition next finds it in cache.
+ */
+typedef ub8 (*vorn_partition_fn)(vorn_partition_ctrl *ctrl, vorn_vec *src, vorn_vec *second,
+                                 vorn_vec *third, vorn_hash_fn hash, vorn_kernel_ctx *kctx);
 
 /* ------------------------------------------------------------------------ */
 /* Dispatch: operation codes, encodings, and the index of a kernel.         */
@@ -589,8 +712,8 @@ typedef struct vorn_specialized_ctx {
     vorn_unserved_fn vorn_gby_sum_dydi;
     vorn_unserved_fn vorn_convert_dydi;
     vorn_unserved_fn vorn_prefix_decode_dydi;
-    vorn_unserved_fn vorn_hash_dydi;
-    vorn_unserved_fn vorn_partition_dydi;
+    vorn_hash_entry_fn vorn_hash_dydi;
+    vorn_partition_fn vorn_partition_dydi;
     vorn_unserved_fn vorn_gather_dydi;
     vorn_unserved_fn vorn_gather_one_col_dydi;
     vorn_unserved_fn vorn_gather_cols_dydi;

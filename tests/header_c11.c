@@ -121,3 +121,13 @@ _Static_assert(offsetof(vorn_kv_region, pages) == 24, "pages at 24");
 _Static_assert(offsetof(vorn_kv_region, mapped) == 48, "mapped at 48");
 _Static_assert(VORN_KV_PTR == 0x4000 && VORN_KV_PREFETCH == 0x8000 && VORN_KV_UNIQUE == 0x10000,
                "the table flag bits");
+/* The partition control record, in its field order. */
+_Static_assert(offsetof(vorn_partition_ctrl, flags) == 0, "flags");
+_Static_assert(offsetof(vorn_partition_ctrl, high_bit) == 4, "high_bit");
+_Static_assert(offsetof(vorn_partition_ctrl, low_bit) == 5, "low_bit");
+_Static_assert(offsetof(vorn_partition_ctrl, payload_bytes) == 8, "payload_bytes");
+_Static_assert(offsetof(vorn_partition_ctrl, cursors) == 16, "cursors");
+_Static_assert(offsetof(vorn_partition_ctrl, limits) == 24, "limits");
+_Static_assert(sizeof(vorn_partition_ctrl) == 32, "four words");
+/* stop_row is the partition kernel's name of stop_part. */
+_Static_assert(offsetof(vorn_kernel_ctx, stop_row) == offsetof(vorn_kernel_ctx, stop_part), "one field");

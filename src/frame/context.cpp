@@ -134,8 +134,8 @@ const vorn_specialized_ctx vorn_global_specialized_ctx = {
     vorn_unserved_dydi,  // vorn_gby_sum_dydi
     vorn_unserved_dydi,  // vorn_convert_dydi
     vorn_unserved_dydi,  // vorn_prefix_decode_dydi
-    vorn_unserved_dydi,  // vorn_hash_dydi
-    vorn_unserved_dydi,  // vorn_partition_dydi
+    vorn_hash_dydi,
+    vorn_partition_dydi,
     vorn_unserved_dydi,  // vorn_gather_dydi
     vorn_unserved_dydi,  // vorn_gather_one_col_dydi
     vorn_unserved_dydi,  // vorn_gather_cols_dydi

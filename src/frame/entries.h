@@ -94,4 +94,10 @@ VORN_INTERNAL ub8 vorn_lookup_and_compare_dydi(vorn_vec *res, vorn_vec *src,
 VORN_INTERNAL ub8 vorn_lomp_decode_dydi(const vorn_lomp_ctx *ctx, const ub1 *stream, ub1 *out,
                                         ub4 *out_length, ub4 capacity);
 
+// ---- Hashing and partitioning ------------------------------------------------
+VORN_INTERNAL ub8 vorn_hash_dydi(vorn_vec *res, vorn_vec *src, vorn_vec *seeds, vorn_hash_fn hash,
+                                 vorn_kernel_ctx *kctx);
+VORN_INTERNAL ub8 vorn_partition_dydi(vorn_partition_ctrl *ctrl, vorn_vec *src, vorn_vec *second,
+                                      vorn_vec *third, vorn_hash_fn hash, vorn_kernel_ctx *kctx);
+
 }  // extern "C"

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "host/columns.h"
+#include "host/hash_callback.h"
 #include "host/host_services.h"
 #include "host/library.h"
 #include "vorn.h"
@@ -49,6 +50,10 @@ struct TestHost : vornhost::HostServices {
 // the tests that pass it to make_rle.)
 ub8 scalar_rle_expand(vorn_host_services *host, vorn_vec *res, vorn_vec *src, vorn_kernel_ctx *runs);
 extern unsigned rle_expand_calls;
+
+// The host's hash callback of the hash and partition entries: XXH3 with the
+// seed, as the reference host uses it.
+inline constexpr vorn_hash_fn host_hash = vornhost::xxh3_hash;
 
 // ---- Columns ----------------------------------------------------------------
 // A source column: its stored bytes, its encoding context and its vector.

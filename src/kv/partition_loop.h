@@ -1,0 +1,233 @@
+// partition_loop.h - the pieces every loop of vorn_partition_dydi is made of:
+// the partition arithmetic, the row drivers, and the readers of row ids,
+// keys and payloads.
+//
+// A loop is one driver instantiated with one source and one record writer,
+// so the row loop tests nothing but the loop bound and the room left.
+#pragma once
+
+#include <xmmintrin.h>
+
+#include "frame/base.h"
+#include "frame/fast_copy.h"
+#include "predicate/value_layouts.h"
+
+namespace vorn::part {
+
+using layout::Value;
+
+inline constexpr ub8 kDone = 0;
+inline constexpr ub8 kUnsupported = 2;
+inline constexpr ub8 kFull = 6;
+inline constexpr ub4 kBlockRows = 1024;  // keys hashed ahead of placing them
+// From 256 partitions on, the cursors' lines are mostly cold: a row's
+// destination is prefetched some rows ahead.  Below that the prefetch only
+// costs (measured).
+inline constexpr int kMinPrefetchPartitionBits = 8;
+inline constexpr ub8 kPrefetchRows = 16;
+
+// The partition of a hash, and the host's cursors and limits.
+struct Target {
+    ub1 **cursors;
+    ub1 *const *limits;
+    ub8 mask;
+    ub4 low;
+    bool prefetch;  // many partitions: their lines are cold, fetch ahead
+    explicit Target(const vorn_partition_ctrl *c)
+        : cursors(c->cursors), limits(c->limits),
+          mask(c->high_bit >= 63 ? ~ub8{0} : (ub8{2} << c->high_bit) - 1), low(c->low_bit),
+          prefetch(int{c->high_bit} - int{c->low_bit} + 1 >= kMinPrefetchPartitionBits) {}
+    VORN_INLINE ub8 part(ub8 h) const { return (h & mask) >> low; }
+    // True when partition p has room for `size` bytes at cursor c.
+    VORN_INLINE bool room(ub8 p, const ub1 *c, ub8 size) const {
+        return limits[p] - c >= static_cast<std::ptrdiff_t>(size);
+    }
+};
+
+// ---- Row ids ---------------------------------------------------------------------
+
+struct AutoRids {
+    ub8 base;
+    explicit AutoRids(const vorn_vec *v) : base(v->base_rid) {}
+    VORN_INLINE ub8 at(ub8 row) const { return base + row; }
+};
+
+struct StoredRids {
+    const ub1 *p;
+    explicit StoredRids(const vorn_vec *v) : p(layout::bytes_of(v->data)) {}
+    VORN_INLINE ub8 at(ub8 row) const { return load<ub8>(p + 8 * row); }
+};
+
+// ---- Hashes that are already there -----------------------------------------------
+
+template <class H>
+struct HashColumn {
+    const ub1 *p;
+    explicit HashColumn(const vorn_vec *v) : p(layout::bytes_of(v->data)) {}
+    VORN_INLINE ub8 hash(ub8 row) const { return load<H>(p + sizeof(H) * row); }
+};
+
+// ---- Keys to hash: cursors that also report a walked layout's offset -------------
+
+struct FixedKeys {
+    static constexpr bool kWalked = false;
+    const ub1 *p;
+    ub8 width;
+    explicit FixedKeys(const vorn_vec *v, const vorn_kernel_ctx *)
+        : p(layout::bytes_of(v->data)), width(v->enc_ctx->bit_width >> 3) {}
+    VORN_INLINE Value next(ub8 row) { return {p + row * width, width}; }
+    ub8 offset() const { return 0; }
+};
+
+template <class L>
+struct PointerKeys {
+    static constexpr bool kWalked = false;
+    L rows;
+    explicit PointerKeys(const vorn_vec *v, const vorn_kernel_ctx *) : rows(v) {}
+    VORN_INLINE Value next(ub8 row) { return rows.next(row); }
+    ub8 offset() const { return 0; }
+};
+
+// VORN_LV_SEP: values end to end, lengths by row at data2.
+struct LvSepWalk {
+    static constexpr bool kWalked = true;
+    const ub1 *base, *p, *lens;
+    LvSepWalk(const vorn_vec *v, ub8 start)
+        : base(layout::bytes_of(v->data)), p(base + start), lens(layout::bytes_of(v->data2)) {}
+    VORN_INLINE Value peek(ub8 row) const { return {p, load<ub2>(lens + 2 * row)}; }
+    VORN_INLINE void skip(Value v) { p = v.p + v.len; }
+    VORN_INLINE Value next(ub8 row) {
+        const Value v = peek(row);
+        skip(v);
+        return v;
+    }
+    ub8 offset() const { return static_cast<ub8>(p - base); }
+};
+
+// VORN_LV: each value behind its ub2 length.
+struct LvWalk {
+    static constexpr bool kWalked = true;
+    const ub1 *base, *p;
+    LvWalk(const vorn_vec *v, ub8 start) : base(layout::bytes_of(v->data)), p(base + start) {}
+    VORN_INLINE Value peek(ub8) const { return {p + 2, load<ub2>(p)}; }
+    VORN_INLINE void skip(Value v) { p = v.p + v.len; }
+    VORN_INLINE Value next(ub8 row) {
+        const Value v = peek(row);
+        skip(v);
+        return v;
+    }
+    ub8 offset() const { return static_cast<ub8>(p - base); }
+};
+
+template <class W>
+struct WalkedKeys : W {
+    WalkedKeys(const vorn_vec *v, const vorn_kernel_ctx *k) : W(v, k->byte_pos) {}
+};
+
+// ---- The drivers -----------------------------------------------------------------
+
+// A record writer gives: kSize (0 for a size per row), size(row),
+// write(dst, row, hash), advance(row) after a row is placed, and save(kctx)
+// / finish(kctx) for a payload walked beside the rows.  The row loops test
+// nothing per row but the loop bound and the room left (and the prefetch
+// flag, which never changes within a call).
+
+VORN_INLINE void prefetch_destination(const Target &t, ub8 h) {
+    _mm_prefetch(reinterpret_cast<const char *>(t.cursors[t.part(h)]), _MM_HINT_T0);
+}
+
+// Rows whose hash is read, not computed: a column of hashes, or records
+// that carry theirs.
+template <class Src, class Rec>
+ub8 scatter_rows(Target t, Src src, Rec rec, vorn_kernel_ctx *k, ub8 n) {
+    for (ub8 row = k->row_pos; row < n; ++row) {
+        if (t.prefetch && VORN_LIKELY(row + kPrefetchRows < n))
+            prefetch_destination(t, src.hash(row + kPrefetchRows));
+        const ub8 h = src.hash(row);
+        const ub8 p = t.part(h);
+        const ub8 size = rec.size(row);
+        ub1 *c = t.cursors[p];
+        if (VORN_UNLIKELY(!t.room(p, c, size))) {
+            k->stop_part = static_cast<ub4>(p);
+            k->row_pos = static_cast<ub4>(row);
+            rec.save(k);
+            return kFull;
+        }
+        rec.write(c, row, h);
+        t.cursors[p] = c + size;
+        rec.advance(row);
+    }
+    k->row_pos = static_cast<ub4>(n);
+    rec.finish(k);
+    return kDone;
+}
+
+// Rows whose keys are hashed here: blocks of up to 1024 rows are hashed in
+// one tight loop of callbacks, then placed in row order.  On a full
+// partition the rest of the block is dropped and hashed again next call.
+template <class Keys, class Rec>
+ub8 scatter_keys(Target t, Keys keys, Rec rec, vorn_kernel_ctx *k, ub8 n, vorn_hash_fn fn) {
+    ub8 hashes[kBlockRows];
+    ub8 offsets[Keys::kWalked ? kBlockRows : 1];
+    for (ub8 first = k->row_pos; first < n; first += kBlockRows) {
+        const ub8 count = n - first < kBlockRows ? n - first : kBlockRows;
+        for (ub8 j = 0; j < count; ++j) {
+            if constexpr (Keys::kWalked) offsets[j] = keys.offset();
+            const Value v = keys.next(first + j);
+            hashes[j] = fn(v.p, v.len, 0);
+        }
+        for (ub8 j = 0; j < count; ++j) {
+            const ub8 row = first + j;
+            if (t.prefetch && VORN_LIKELY(j + kPrefetchRows < count))
+                prefetch_destination(t, hashes[j + kPrefetchRows]);
+            const ub8 h = hashes[j];
+            const ub8 p = t.part(h);
+            const ub8 size = rec.size(row);
+            ub1 *c = t.cursors[p];
+            if (VORN_UNLIKELY(!t.room(p, c, size))) {
+                k->stop_part = static_cast<ub4>(p);
+                k->row_pos = static_cast<ub4>(row);
+                if constexpr (Keys::kWalked) k->byte_pos = offsets[j];
+                rec.save(k);
+                return kFull;
+            }
+            rec.write(c, row, h);
+            t.cursors[p] = c + size;
+            rec.advance(row);
+        }
+    }
+    k->row_pos = static_cast<ub4>(n);
+    if constexpr (Keys::kWalked) k->byte_pos = keys.offset();
+    rec.finish(k);
+    return kDone;
+}
+
+template <class Src, class Rec>
+VORN_NOINLINE ub8 partition_rows(const vorn_partition_ctrl *ctrl, Src src, Rec rec,
+                                 vorn_kernel_ctx *k, ub8 n) {
+    if (k->row_pos >= n) {
+        k->row_pos = static_cast<ub4>(n);
+        return kDone;
+    }
+    return scatter_rows(Target(ctrl), src, rec, k, n);
+}
+
+template <class Keys, class Rec>
+VORN_NOINLINE ub8 partition_keys(const vorn_partition_ctrl *ctrl, const vorn_vec *src, Rec rec,
+                                 vorn_kernel_ctx *k, vorn_hash_fn fn) {
+    const ub8 n = src->size;
+    if (k->row_pos >= n) {
+        k->row_pos = static_cast<ub4>(n);
+        return kDone;
+    }
+    return scatter_keys(Target(ctrl), Keys(src, k), rec, k, n, fn);
+}
+
+// Records without a walked payload have nothing to save.
+struct NoPayloadWalk {
+    VORN_INLINE void advance(ub8) {}
+    VORN_INLINE void save(vorn_kernel_ctx *) const {}
+    VORN_INLINE void finish(vorn_kernel_ctx *) const {}
+};
+
+}  // namespace vorn::part
