@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <memory>
 #include <set>
@@ -39,6 +40,7 @@ ub8 key_hash(ub8 key, ub8 spread, bool hash32) {
 struct Joined {
     ub4 kind, key_bytes, value_bytes, entries;
     bool hash32;
+    ub4 form = VORN_KV_FORM_KEYS;
     std::unique_ptr<KvTable> table;
     std::vector<ub8> build_keys, build_values;
 
@@ -71,10 +73,11 @@ void fill_vecs(Vecs &v, const Joined &j, const std::vector<ub8> &keys, ub8 sprea
         else v.hashes64.push_back(key_hash(k, spread, false));
     }
     v.hash_enc.width_code = j.hash32 ? 21 : 22;
+    v.hash_enc.flags = VORN_ALIGNED;
     v.hash_vec.data = j.hash32 ? static_cast<void *>(v.hashes32.data()) : static_cast<void *>(v.hashes64.data());
     v.hash_vec.size = static_cast<ub4>(keys.size());
     v.hash_vec.enc_ctx = &v.hash_enc;
-    v.key_enc.flags = VORN_FIXED;
+    v.key_enc.flags = j.form == VORN_KV_FORM_CODES ? VORN_KEY32 : VORN_FIXED;
     v.key_enc.bit_width = j.key_bytes * 8;
     v.key_vec.data = v.keys.data();
     v.key_vec.size = static_cast<ub4>(keys.size());
@@ -82,14 +85,15 @@ void fill_vecs(Vecs &v, const Joined &j, const std::vector<ub8> &keys, ub8 sprea
 }
 
 std::unique_ptr<Joined> build_table(std::mt19937_64 &rng, ub4 kind, bool ptr, bool prefetch, bool hash32, ub8 rows,
-                                    ub8 domain, ub8 spread) {
+                                    ub8 domain, ub8 spread, ub4 form = VORN_KV_FORM_KEYS) {
     auto j = std::make_unique<Joined>();
+    j->form = form;
     const vorntest::KvShape s = vorntest::kv_shape(kind);
     j->kind = kind;
     j->key_bytes = s.key_bytes;
     j->value_bytes = s.value_bytes;
     j->hash32 = hash32;
-    j->table = std::make_unique<KvTable>(VORN_KV_FLAGS(kind, VORN_KV_FORM_KEYS), rows, rows, 0, 0, 1u << 30, 50,
+    j->table = std::make_unique<KvTable>(VORN_KV_FLAGS(kind, form), rows, rows, 0, 0, 1u << 30, 50,
                                          ptr ? 1 : 0);
     if (ptr && prefetch) j->table->kv.flags |= VORN_KV_PREFETCH;
     j->entries = ptr ? s.ptr_entries : s.idx_entries;
@@ -104,7 +108,8 @@ std::unique_ptr<Joined> build_table(std::mt19937_64 &rng, ub4 kind, bool ptr, bo
     vorn_kernel_ctx ctx{};
     ub8 status[2] = {};
     const ub8 code = vorntest::ctx().vorn_create_add_kv_dydi(&j->table->kv, &v.hash_vec,
-                                                             s.value_bytes != 0 ? &v.val_vec : nullptr, &v.key_vec,
+                                                             s.value_bytes != 0 ? &v.val_vec : nullptr,
+                                                             form == VORN_KV_FORM_TAGS ? nullptr : &v.key_vec,
                                                              -1, &ctx, KvTable::grow, status);
     EXPECT_EQ(code, 0u);
     return j;
@@ -189,13 +194,15 @@ struct Case {
 class ProbeModes : public ::testing::TestWithParam<Case> {};
 
 TEST_P(ProbeModes, EveryModeMatchesTheJoinModel) {
-    const Case c = GetParam();
+    Case c = GetParam();
+    const ub4 form = c.kind >> 8 ? VORN_KV_FORM_CODES : VORN_KV_FORM_KEYS;
+    c.kind &= 0xff;
     std::mt19937_64 rng(c.kind * 131 + c.ptr * 7 + c.prefetch * 3 + c.hash32);
     for (int round = 0; round < 2; ++round) {
         const ub8 build_rows = 300 + rng() % 400;
         const ub8 domain = 80 + rng() % 200;
         const ub8 spread = round == 0 ? 1u << 20 : 5;  // round 1: long chains
-        auto j = build_table(rng, c.kind, c.ptr, c.prefetch, c.hash32, build_rows, domain, spread);
+        auto j = build_table(rng, c.kind, c.ptr, c.prefetch, c.hash32, build_rows, domain, spread, form);
         ASSERT_EQ(j->table->layout_code, 0u);
         std::vector<ub8> probe_keys;
         const ub8 probe_rows = 1 + rng() % 200;
@@ -297,15 +304,57 @@ std::vector<Case> probe_cases() {
         out.push_back({kind, true, true, false});
     }
     out.push_back({4, false, false, true});
+    out.push_back({3 | 0x200, false, false, false});  // dictionary codes
+    out.push_back({3 | 0x200, true, true, true});
+    out.push_back({4 | 0x200, true, false, false});
+    out.push_back({5 | 0x200, false, false, true});
     out.push_back({4, true, true, true});
     out.push_back({9, true, false, true});
     return out;
 }
 INSTANTIATE_TEST_SUITE_P(Kinds, ProbeModes, ::testing::ValuesIn(probe_cases()), [](const auto &info) {
     const Case &c = info.param;
-    return std::string("kind") + std::to_string(c.kind) + (c.ptr ? (c.prefetch ? "_ptr_prefetch" : "_ptr") : "_idx") +
+    return std::string(c.kind >> 8 ? "codes_kind" : "kind") + std::to_string(c.kind & 0xff) + (c.ptr ? (c.prefetch ? "_ptr_prefetch" : "_ptr") : "_idx") +
            (c.hash32 ? "_h32" : "_h64");
 });
+
+// Tag tables: a probe reports every entry of its bucket with the same tag,
+// so distinct keys whose tags collide in one bucket match too.
+TEST(Probe, TagTablesReportEqualTagsInTheBucket) {
+    for (ub4 kind : {VORN_KV_K2V4, VORN_KV_K2V8, VORN_KV_K4V4, VORN_KV_K4V8}) {
+        for (bool hash32 : {false, true}) {
+            for (bool ptr : {false, true}) {
+                std::mt19937_64 rng(kind * 3 + hash32 + 2 * ptr);
+                const ub8 spread = 3;
+                auto j = build_table(rng, kind, ptr, ptr, hash32, 400, 3000, spread, VORN_KV_FORM_TAGS);
+                std::vector<ub8> keys;
+                for (int i = 0; i < 150; ++i) keys.push_back(rng() % 3300);
+                Vecs v;
+                fill_vecs(v, *j, keys, spread);
+                const vorn_kv &kv = j->table->kv;
+                const ub4 pb = kv.regions[0].page_bits;
+                auto where = [&](ub8 h) {
+                    ub8 seg = (h >> pb) & ((ub8{1} << kv.regions[0].segment_bits) - 1);
+                    ub8 tag = hash32 ? (j->key_bytes == 2 ? (h >> 16) & 0xffff : h & 0xffffffff)
+                                     : (j->key_bytes == 2 ? (h >> 32) & 0xffff : h >> 32);
+                    return std::array<ub8, 3>{seg, h & 0xffffffffu & ((ub8{1} << pb) - 1), tag == 0 ? 1 : tag};
+                };
+                std::multiset<std::pair<ub8, ub8>> want;
+                for (size_t p = 0; p < keys.size(); ++p)
+                    for (size_t b = 0; b < j->build_keys.size(); ++b)
+                        if (where(key_hash(keys[p], spread, hash32)) == where(key_hash(j->build_keys[b], spread, hash32)))
+                            want.insert({500 + p, j->build_values[b]});
+                for (ub8 cap : {ub8{j->entries}, ub8{300}}) {
+                    ub8 stats[2] = {};
+                    EXPECT_EQ(run_mode(*j, v, nullptr, 0, cap, nullptr, 0, stats).pairs, want) << kind << hash32 << ptr;
+                }
+                ub8 stats[2] = {}, code = 0;
+                run_mode(*j, v, nullptr, 1, 64, nullptr, 0, stats, &code);
+                EXPECT_EQ(code, 14u);
+            }
+        }
+    }
+}
 
 // A capacity below a bucket's entries stops at once, for ever, row_pos kept.
 TEST(Probe, CapacityBelowEntriesNeverMoves) {
