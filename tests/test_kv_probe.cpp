@@ -15,6 +15,7 @@
 #include <memory>
 #include <set>
 #include <random>
+#include <string>
 #include <thread>
 
 #include "frame/base.h"
@@ -352,6 +353,80 @@ TEST(Probe, TagTablesReportEqualTagsInTheBucket) {
                 run_mode(*j, v, nullptr, 1, 64, nullptr, 0, stats, &code);
                 EXPECT_EQ(code, 14u);
             }
+        }
+    }
+}
+
+// Keys given by address and length are staged into slots on both sides: a
+// key shorter than the slot matches only itself, keys as long as the slot
+// or longer match every such key of their bucket.
+TEST(Probe, StagedKeysOfAddressAndLength) {
+    for (ub4 kind : {VORN_KV_K8V4, VORN_KV_K4, VORN_KV_K12V4}) {
+        for (bool ptr : {false, true}) {
+            std::mt19937_64 rng(kind + 40 * ptr);
+            const vorntest::KvShape s = vorntest::kv_shape(kind);
+            auto make = [&](ub8 n) {
+                std::vector<std::string> out;
+                for (ub8 i = 0; i < n; ++i) out.push_back(std::string(rng() % (s.key_bytes + 3), 'a' + rng() % 3));
+                return out;
+            };
+            // The hash routes by length only, so long keys share buckets.
+            auto hash = [](const std::string &k) { return ((ub8{k.size()} * 0x9e3779b97f4a7c15ull) & ~ub8{0xfff}) | k.size(); };
+            const std::vector<std::string> build = make(500), probe = make(2100);
+            auto slot = [&](const std::string &k) { return k.size() >= s.key_bytes ? std::string(1, '\xff') : k; };
+            struct Column {
+                std::vector<ub8> hashes, addrs;
+                std::vector<ub2> lens;
+                vorn_enc_ctx he{}, ke{}, ve{};
+                vorn_vec hv{}, kv{}, vv{};
+            };
+            auto column = [&](Column &c, const std::vector<std::string> &keys) {
+                for (const std::string &k : keys) {
+                    c.hashes.push_back(hash(k));
+                    c.addrs.push_back(reinterpret_cast<ub8>(k.data()));
+                    c.lens.push_back(static_cast<ub2>(k.size()));
+                }
+                c.he.width_code = 22;
+                c.hv.data = c.hashes.data();
+                c.hv.enc_ctx = &c.he;
+                c.hv.size = static_cast<ub4>(keys.size());
+                c.ke.flags = VORN_PTR_LEN;
+                c.kv.data = c.addrs.data();
+                c.kv.data2 = c.lens.data();
+                c.kv.enc_ctx = &c.ke;
+                c.kv.size = static_cast<ub4>(keys.size());
+                c.ve.flags = VORN_AUTORID;
+                c.vv.enc_ctx = &c.ve;
+            };
+            Column bc, pc;
+            column(bc, build);
+            column(pc, probe);
+            KvTable t(VORN_KV_FLAGS(kind, VORN_KV_FORM_KEYS), build.size(), build.size(), 0, 0, 1u << 30, 50, ptr);
+            vorn_kernel_ctx ctx{};
+            ub8 status[2] = {};
+            ASSERT_EQ(vorntest::ctx().vorn_create_add_kv_dydi(&t.kv, &bc.hv, s.value_bytes ? &bc.vv : nullptr, &bc.kv, -1,
+                                                              &ctx, KvTable::grow, status),
+                      0u);
+            std::multiset<std::pair<ub8, ub8>> want;
+            for (size_t p = 0; p < probe.size(); ++p)
+                for (size_t b = 0; b < build.size(); ++b)
+                    if (slot(probe[p]) == slot(build[b]) && hash(probe[p]) == hash(build[b]))
+                        want.insert({p, s.value_bytes ? b : 0});
+            std::vector<ub8> rows_out(64), values_out(64);
+            std::multiset<std::pair<ub8, ub8>> got;
+            vorn_kernel_ctx pctx{};
+            ub8 stats[2] = {}, code = 15;
+            for (int guard = 0; code == 15 && guard < 1000000; ++guard) {
+                vorn_vec ro{}, vo{};
+                ro.data = rows_out.data();
+                ro.size = 64;
+                vo.data = values_out.data();
+                code = vorntest::ctx().vorn_probe_kv_dydi(&ro, &vo, &pc.hv, nullptr, &pc.kv, &t.kv, 0, &pctx, stats);
+                for (ub4 i = 0; i < ro.size; ++i)
+                    got.insert({rows_out[i], s.value_bytes ? reinterpret_cast<const ub4 *>(values_out.data())[i] : 0});
+            }
+            EXPECT_EQ(code, 0u);
+            EXPECT_EQ(got, want) << "kind " << kind << " ptr " << ptr;
         }
     }
 }
