@@ -429,134 +429,6 @@ typedef struct vorn_xlate_table {
 } vorn_xlate_table;
 
 /* ------------------------------------------------------------------------ */
-/* Key-value tables: vorn_kv, the header of a hash-join table.              */
-/* ------------------------------------------------------------------------ */
-/*
- * A table is a header, up to three regions each with a page table, and
- * pages.  The host fills `flags` (kind, form, VORN_KV_UNIQUE) and calls
- * vorn_layout_kv_dydi, which writes the layout fields of the regions and the
- * bits VORN_KV_PTR and VORN_KV_PREFETCH.  The host then allocates each
- * region's page table and as many pages as it likes, setting `pages` and
- * `mapped`; the build asks for further units through a vorn_kv_grow_fn.
- * All bytes not named below are the host's: the library neither reads nor
- * writes them.
- *
- * Bucket tables (forms 0 to 3): a 64-byte, 64-aligned bucket per unit.
- * For a hash h: bucket = (ub4) h & (2^page_bits - 1) of region 0, segment =
- * (h >> page_bits) & (segments - 1) unless the caller fixes one, address =
- * pages[segment] + 64 * bucket.  Overflow bucket n lives in region 1 at
- * pages[n >> page_bits] + ((n * 64) & (2^(page_bits + 6) - 1)).
- *   idx: ub4 at byte 0 = entry count (low count bits) | link, where link 0
- *        ends the chain and otherwise is (overflow id + 1) << count bits.
- *   ptr: ub8 at byte 0 = address of the next bucket or 0; ub2 at byte 8 =
- *        entry count (low count bits), matched flags above.
- * A full primary bucket is moved whole to a new overflow bucket and the
- * primary starts again with one entry, so every overflow bucket is full and
- * a chain reads newest to oldest.
- *
- * Array tables (form 4: 32-bit key to rid lists, kinds 4 and 5; form 5:
- * key counts, kind 3) are addressed by the key itself, page key >> 17
- * (>> 18 for counts).
- */
-typedef struct vorn_kv_region {
-    ub4 page_count;             /* byte 0, library: pages this region asks for */
-    ub1 segment_bits;           /* byte 4, library: region 0: log2 of the segments */
-    ub1 page_bits;              /* byte 5, library: log2 of the units in a page */
-    ub1 group_bits;             /* byte 6, library: keys per array element, log2 */
-    ub1 host_byte7;             /* byte 7: the host's */
-    ub2 unit_bits;              /* byte 8, library: bits of one unit (512: a bucket) */
-    ub2 entries;                /* byte 10, library: entries of a region-0 bucket, else 0 */
-    ub4 active;                 /* byte 12, library: 1 in region 0, 0 elsewhere */
-    ub8 host_word16;            /* byte 16: the host's */
-    ub1 **pages;                /* byte 24, host: the page table, one address per page */
-    ub8 host_words32[2];        /* bytes 32 to 47: the host's */
-    ub4 mapped;                 /* byte 48, host: pages of `pages` mapped so far */
-    ub4 host_word52;            /* byte 52: the host's */
-    ub8 host_words56[3];        /* bytes 56 to 79: the host's */
-} vorn_kv_region;
-
-typedef struct vorn_kv {
-    ub4 flags;                  /* byte 0, host: kind, form, VORN_KV_UNIQUE; library: PTR, PREFETCH */
-    ub4 key_bits;               /* byte 4, library: key bit width of form 1, 0 until the first add */
-    vorn_kv_region regions[3];  /* bytes 8, 88, 168: primary; overflow or lists; chunks */
-} vorn_kv;
-
-#define VORN_KV_KIND(flags) ((flags) & 0xffu)         /* bits 0 to 7 */
-#define VORN_KV_FORM(flags) (((flags) >> 8) & 0xfu)   /* bits 8 to 11 */
-#define VORN_KV_PTR 0x4000u       /* linked by address; set by the layout */
-#define VORN_KV_PREFETCH 0x8000u  /* probe with prefetch; set by the layout */
-#define VORN_KV_UNIQUE 0x10000u   /* unique keys: an array table keeps a key's first row */
-
-/* Kinds: key bytes and value bytes of a bucket entry (14 does not exist). */
-#define VORN_KV_K2V4 1u
-#define VORN_KV_K2V8 2u
-#define VORN_KV_K4 3u
-#define VORN_KV_K4V4 4u
-#define VORN_KV_K4V8 5u
-#define VORN_KV_K6 6u
-#define VORN_KV_K6V4 7u
-#define VORN_KV_K6V8 8u
-#define VORN_KV_K8 9u
-#define VORN_KV_K8V4 10u
-#define VORN_KV_K8V8 11u
-#define VORN_KV_K10V4 12u
-#define VORN_KV_K12 13u
-#define VORN_KV_K12V4 15u
-
-/* Forms, bits 8 to 11 of flags. */
-#define VORN_KV_FORM_TAGS 0u      /* bucket table of hash tags */
-#define VORN_KV_FORM_RECORDS 1u   /* bucket table keyed by the keys inside records */
-#define VORN_KV_FORM_CODES 2u     /* bucket table of dictionary codes */
-#define VORN_KV_FORM_KEYS 3u      /* bucket table of key bytes in slots */
-#define VORN_KV_FORM_RIDS 4u      /* array table: 32-bit key to rid lists */
-#define VORN_KV_FORM_COUNTS 5u    /* array table: 32-bit key to counts */
-#define VORN_KV_FLAGS(kind, form) ((ub4)(kind) | ((ub4)(form) << 8))
-
-/* The growth callback: grow(region, units, &id, ...) asks the host for
- * `units` consecutive units of `region`.  It returns 0 and writes the id of
- * the first unit of the block (its page is id >> page_bits), or returns a
- * non-zero code and writes the id it tried.  The library calls it with three
- * arguments, reads the region's `pages` afresh after a 0 return, and reports
- * a non-zero code to its caller unchanged. */
-typedef ub8 (*vorn_kv_grow_fn)(vorn_kv_region *region, ub8 units, ub8 *id, ...);
-
-/* vorn_layout_kv_dydi(distinct_estimate, row_count, &kv->flags, kv,
- * page_hint, idx_min_units, fill_min_units, fill_percent, force_ptr):
- * 0, 10 when no link type fits 32 segment bits, 24 for an unknown kind and
- * form. */
-typedef ub8 (*vorn_layout_kv_fn)(ub8 distinct_estimate, ub8 row_count, ub4 *flags, vorn_kv *table,
-                                 ub4 page_hint, ub4 idx_min_units, ub4 fill_min_units,
-                                 ub4 fill_percent, ub4 force_ptr);
-
-/* vorn_create_add_kv_dydi(kv, hash_vec, val_vec, key_vec, segment_id, ctx,
- * grow, status) adds rows ctx->row_pos to the hash column's size - 1.
- * segment_id < 0: each row's hash picks the segment.  Returns 0 (all added),
- * 2 (no member fits), 11 (array table: status = {0, page of region 0
- * wanted}), 12 (count page missing: status = {1, page}), or the grow
- * callback's own code with status = {region, page wanted}.  After a non-zero
- * return ctx->row_pos is the first row not added; map and call again. */
-typedef ub8 (*vorn_create_add_kv_fn)(vorn_kv *kv, vorn_vec *hash_vec, vorn_vec *val_vec,
-                                     vorn_vec *key_vec, sb8 segment_id, vorn_kernel_ctx *ctx,
-                                     vorn_kv_grow_fn grow, ub8 *status);
-
-/* vorn_probe_kv_dydi(rows_out, values_out, hash_vec, rows, key_vec, kv, mode,
- * ctx, stats) probes rows ctx->row_pos on; ctx->byte_pos holds the links
- * walked in a row that stopped inside its chain.  rows_out->data: ub8 row
- * identities; values_out->data: values in the kind's width; the capacity is
- * rows_out->size (values_out->size without rows_out) and on return that
- * size is the rows written, or the total of a counting mode.  Modes 7, 10
- * and 11 use values_out->res_bv with base values_out->base_rid.  stats[0]
- * += matches, stats[1] += links followed.  Returns 0, 2 (no member fits),
- * 14 (no such mode for this table) or 15 (output full: call again). */
-typedef ub8 (*vorn_probe_kv_fn)(vorn_vec *rows_out, vorn_vec *values_out, vorn_vec *hash_vec, vorn_vec *rows,
-                                vorn_vec *key_vec, vorn_kv *kv, ub4 mode, vorn_kernel_ctx *ctx, ub8 *stats);
-/* vorn_mut_kv_scan_dydi(out, kv, mode, ctx, num_segments): values (mode 1)
- * or number (2) of matched entries, values (3) or number (4) of unmatched
- * ones, from segment ctx->stop_row, bucket ctx->byte_pos, links walked
- * ctx->payload_byte_pos.  Returns 0, 2 (kind without scan), 3 (not a ptr
- * table), 14 (mode) or 16 (output full: call again). */
-typedef ub8 (*vorn_mut_kv_scan_fn)(vorn_vec *out, vorn_kv *kv, ub4 mode, vorn_kernel_ctx *ctx,
-                                   ub8 num_segments);
 /* Hashing and partitioning: the first steps of a hash join.                */
 /* ------------------------------------------------------------------------ */
 
@@ -786,6 +658,25 @@ typedef ub8 (*vorn_layout_kv_fn)(ub8 distinct_estimate, ub8 row_count, ub4 *flag
 typedef ub8 (*vorn_create_add_kv_fn)(vorn_kv *kv, vorn_vec *hash_vec, vorn_vec *val_vec,
                                      vorn_vec *key_vec, sb8 segment_id, vorn_kernel_ctx *ctx,
                                      vorn_kv_grow_fn grow, ub8 *status);
+
+/* vorn_probe_kv_dydi(rows_out, values_out, hash_vec, rows, key_vec, kv, mode,
+ * ctx, stats) probes rows ctx->row_pos on; ctx->byte_pos holds the links
+ * walked in a row that stopped inside its chain.  rows_out->data: ub8 row
+ * identities; values_out->data: values in the kind's width; the capacity is
+ * rows_out->size (values_out->size without rows_out) and on return that
+ * size is the rows written, or the total of a counting mode.  Modes 7, 10
+ * and 11 use values_out->res_bv with base values_out->base_rid.  stats[0]
+ * += matches, stats[1] += links followed.  Returns 0, 2 (no member fits),
+ * 14 (no such mode for this table) or 15 (output full: call again). */
+typedef ub8 (*vorn_probe_kv_fn)(vorn_vec *rows_out, vorn_vec *values_out, vorn_vec *hash_vec, vorn_vec *rows,
+                                vorn_vec *key_vec, vorn_kv *kv, ub4 mode, vorn_kernel_ctx *ctx, ub8 *stats);
+/* vorn_mut_kv_scan_dydi(out, kv, mode, ctx, num_segments): values (mode 1)
+ * or number (2) of matched entries, values (3) or number (4) of unmatched
+ * ones, from segment ctx->stop_row, bucket ctx->byte_pos, links walked
+ * ctx->payload_byte_pos.  Returns 0, 2 (kind without scan), 3 (not a ptr
+ * table), 14 (mode) or 16 (output full: call again). */
+typedef ub8 (*vorn_mut_kv_scan_fn)(vorn_vec *out, vorn_kv *kv, ub4 mode, vorn_kernel_ctx *ctx,
+                                   ub8 num_segments);
 /* Row assembly: gathers out of paged row stores, transposes into them.     */
 /* ------------------------------------------------------------------------ */
 /*

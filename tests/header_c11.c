@@ -174,13 +174,3 @@ _Static_assert(offsetof(vorn_lvector_header, dims) == 4 && sizeof(vorn_lvector_h
 _Static_assert(offsetof(vorn_topk_entry, row) == 0, "row first");
 _Static_assert(offsetof(vorn_topk_entry, distance) == 8 && sizeof(vorn_topk_entry) == 16,
                "distance in the last eight bytes");
-/* The partition control record, in its field order. */
-_Static_assert(offsetof(vorn_partition_ctrl, flags) == 0, "flags");
-_Static_assert(offsetof(vorn_partition_ctrl, high_bit) == 4, "high_bit");
-_Static_assert(offsetof(vorn_partition_ctrl, low_bit) == 5, "low_bit");
-_Static_assert(offsetof(vorn_partition_ctrl, payload_bytes) == 8, "payload_bytes");
-_Static_assert(offsetof(vorn_partition_ctrl, cursors) == 16, "cursors");
-_Static_assert(offsetof(vorn_partition_ctrl, limits) == 24, "limits");
-_Static_assert(sizeof(vorn_partition_ctrl) == 32, "four words");
-/* stop_row is the partition kernel's name of stop_part. */
-_Static_assert(offsetof(vorn_kernel_ctx, stop_row) == offsetof(vorn_kernel_ctx, stop_part), "one field");
