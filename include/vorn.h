@@ -658,6 +658,25 @@ typedef ub8 (*vorn_layout_kv_fn)(ub8 distinct_estimate, ub8 row_count, ub4 *flag
 typedef ub8 (*vorn_create_add_kv_fn)(vorn_kv *kv, vorn_vec *hash_vec, vorn_vec *val_vec,
                                      vorn_vec *key_vec, sb8 segment_id, vorn_kernel_ctx *ctx,
                                      vorn_kv_grow_fn grow, ub8 *status);
+
+/* vorn_probe_kv_dydi(rows_out, values_out, hash_vec, rows, key_vec, kv, mode,
+ * ctx, stats) probes rows ctx->row_pos on; ctx->byte_pos holds the links
+ * walked in a row that stopped inside its chain.  rows_out->data: ub8 row
+ * identities; values_out->data: values in the kind's width; the capacity is
+ * rows_out->size (values_out->size without rows_out) and on return that
+ * size is the rows written, or the total of a counting mode.  Modes 7, 10
+ * and 11 use values_out->res_bv with base values_out->base_rid.  stats[0]
+ * += matches, stats[1] += links followed.  Returns 0, 2 (no member fits),
+ * 14 (no such mode for this table) or 15 (output full: call again). */
+typedef ub8 (*vorn_probe_kv_fn)(vorn_vec *rows_out, vorn_vec *values_out, vorn_vec *hash_vec, vorn_vec *rows,
+                                vorn_vec *key_vec, vorn_kv *kv, ub4 mode, vorn_kernel_ctx *ctx, ub8 *stats);
+/* vorn_mut_kv_scan_dydi(out, kv, mode, ctx, num_segments): values (mode 1)
+ * or number (2) of matched entries, values (3) or number (4) of unmatched
+ * ones, from segment ctx->stop_row, bucket ctx->byte_pos, links walked
+ * ctx->payload_byte_pos.  Returns 0, 2 (kind without scan), 3 (not a ptr
+ * table), 14 (mode) or 16 (output full: call again). */
+typedef ub8 (*vorn_mut_kv_scan_fn)(vorn_vec *out, vorn_kv *kv, ub4 mode, vorn_kernel_ctx *ctx,
+                                   ub8 num_segments);
 /* Row assembly: gathers out of paged row stores, transposes into them.     */
 /* ------------------------------------------------------------------------ */
 /*
@@ -1249,8 +1268,8 @@ typedef struct vorn_specialized_ctx {
     vorn_transpose_fn vorn_transpose_fixed_dydi;
     vorn_layout_kv_fn vorn_layout_kv_dydi;
     vorn_create_add_kv_fn vorn_create_add_kv_dydi;
-    vorn_unserved_fn vorn_probe_kv_dydi;
-    vorn_unserved_fn vorn_mut_kv_scan_dydi;
+    vorn_probe_kv_fn vorn_probe_kv_dydi;
+    vorn_mut_kv_scan_fn vorn_mut_kv_scan_dydi;
     vorn_unserved_fn vorn_dgk_symbol2code_dydi;
     vorn_unserved_fn vorn_dgk_code2symbol_dydi;
     vorn_eq_stream_fn vorn_eq_stream_dydi;

@@ -8,6 +8,7 @@
 #include "kv/kv_entries.h"
 #include "spatial/spatial_entries.h"
 #include "vector/vector_entries.h"
+#include "kv/kv_probe_entries.h"
 
 extern "C" {
 
@@ -147,8 +148,8 @@ const vorn_specialized_ctx vorn_global_specialized_ctx = {
     vorn_transpose_fixed_dydi,
     vorn_layout_kv_dydi,
     vorn_create_add_kv_dydi,
-    vorn_unserved_dydi,  // vorn_probe_kv_dydi
-    vorn_unserved_dydi,  // vorn_mut_kv_scan_dydi
+    vorn_probe_kv_dydi,
+    vorn_mut_kv_scan_dydi,
     vorn_unserved_dydi,  // vorn_dgk_symbol2code_dydi
     vorn_unserved_dydi,  // vorn_dgk_code2symbol_dydi
     vorn_eq_stream_dydi,

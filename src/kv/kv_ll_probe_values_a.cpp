@@ -1,0 +1,7 @@
+// kv_ll_probe_values_a.cpp - low-level probes of value kinds with keys of 4 and 6 bytes.
+// The family is split over several files to keep each compile short.
+#include "kv/kv_probe_define.h"
+
+extern "C" {
+VORN_KV_PROBE_VALUE_MEMBERS_A(VORN_KV_PROBE_DEFINE)
+}  // extern "C"

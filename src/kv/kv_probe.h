@@ -1,0 +1,277 @@
+// kv_probe.h - the probe loop of the bucket tables, one template over the
+// kind, the way of linking, the key source and the op.  Every low-level
+// probe member and every inline probe loop is an instance of probe_rows.
+//
+// A probe row goes to its primary bucket and walks the chain, comparing its
+// key with the bucket's keys.  Output room is tested once per bucket: a
+// bucket needs room for all its entries.  When the room runs out, the row,
+// the output count and the links walked in that row (ctx->byte_pos) are
+// kept; the next call walks that many links without comparing and goes on
+// with the bucket that was not yet compared, so nothing is written twice.
+#pragma once
+
+#include <nmmintrin.h>
+
+#include "kv/kv_bucket_add.h"
+
+namespace vorn::kv {
+
+// ---- Ops ------------------------------------------------------------------------
+// The ops of the family by name; what an op does is read from its name.
+inline constexpr const char *kProbeOpNames[] = {
+    "payload",        "autorid",        "count",
+    "distinct_payload", "distinct_autorid", "count_distinct",
+    "payload_nonmatch", "autorid_nonmatch", "count_nonmatch",
+    "payload_value",  "autorid_value",  "value",
+    "distinct_payload_value", "distinct_autorid_value",
+    "payload_value_nonmatch", "autorid_value_nonmatch",
+    "payload_value_segbv", "autorid_value_segbv", "count_segbv",
+    "payload_value_mutkv", "autorid_value_mutkv", "count_mutkv",
+};
+inline constexpr ub4 kProbeOps = sizeof kProbeOpNames / sizeof kProbeOpNames[0];
+
+constexpr bool name_has(const char *name, const char *part) {
+    for (const char *s = name; *s != 0; ++s) {
+        const char *a = s;
+        const char *b = part;
+        while (*b != 0 && *a == *b) ++a, ++b;
+        if (*b == 0) return true;
+    }
+    return false;
+}
+constexpr ub4 probe_op(const char *name) {
+    for (ub4 i = 0; i < kProbeOps; ++i) {
+        const char *a = kProbeOpNames[i];
+        const char *b = name;
+        while (*a != 0 && *a == *b) ++a, ++b;
+        if (*a == *b) return i;
+    }
+    return kProbeOps;
+}
+
+enum Ident : ub1 { kNoIdent, kIdentPayload, kIdentAutorid };
+
+struct ProbeOp {
+    Ident ident;          // the probe row's identity is written (or used for a bit)
+    bool value;           // the entry's value is written
+    bool count;           // no output arrays: matches are counted
+    bool distinct;        // the first match ends the chain
+    bool nonmatch;        // clear the row's bit (count_nonmatch: count a row without match)
+    bool segbv;           // set the value's bit
+    bool mutkv;           // mark the entry matched in its bucket
+};
+
+constexpr ProbeOp probe_op_traits(ub4 op) {
+    const char *n = kProbeOpNames[op];
+    ProbeOp t{};
+    t.ident = name_has(n, "payload") ? kIdentPayload : name_has(n, "autorid") ? kIdentAutorid : kNoIdent;
+    t.count = name_has(n, "count");
+    t.value = !t.count && name_has(n, "value");
+    t.distinct = name_has(n, "distinct");
+    t.nonmatch = name_has(n, "nonmatch");
+    t.segbv = name_has(n, "segbv");
+    t.mutkv = name_has(n, "mutkv");
+    return t;
+}
+
+// ---- Keys of the probe rows ----------------------------------------------------------
+// Tags made from the hash (hash64value, hash32value), or slots of the kind's
+// key bytes in an array (fixed keys, staged keys, ub4 codes).
+enum ProbeKey : ub1 { kProbeTag, kProbeSlot };
+
+// Key equality by width, in the pieces the slot form allows.
+template <ub4 KeyBytes>
+VORN_INLINE bool key_equal(const ub1 *a, const ub1 *b) {
+    if constexpr (KeyBytes == 2) return load<ub2>(a) == load<ub2>(b);
+    if constexpr (KeyBytes == 4) return load<ub4>(a) == load<ub4>(b);
+    if constexpr (KeyBytes == 6) return (load<ub4>(a) == load<ub4>(b)) & (load<ub2>(a + 4) == load<ub2>(b + 4));
+    if constexpr (KeyBytes == 8) return load<ub8>(a) == load<ub8>(b);
+    if constexpr (KeyBytes == 10) return (load<ub8>(a) == load<ub8>(b)) & (load<ub2>(a + 8) == load<ub2>(b + 8));
+    if constexpr (KeyBytes == 12) return (load<ub8>(a) == load<ub8>(b)) & (load<ub4>(a + 8) == load<ub4>(b + 8));
+}
+
+// The next bucket of a chain, or null at its end.
+template <ub4 Kind, Link L>
+VORN_INLINE const ub1 *next_bucket(const vorn_kv *kv, const ub1 *b) {
+    if constexpr (L == kPtr) {
+        return reinterpret_cast<const ub1 *>(load<ub8>(b));
+    } else {
+        const ub8 link = load<ub4>(b) >> kBucketKinds[Kind].count_bits;
+        if (link == 0) return nullptr;
+        const vorn_kv_region &r1 = kv->regions[1];
+        const ub8 id = link - 1;
+        return r1.pages[id >> r1.page_bits] + ((id << kBucketShift) & ((ub8{1} << (r1.page_bits + kBucketShift)) - 1));
+    }
+}
+
+// What a member reads and writes; arrays not used by an op may be null.
+struct ProbeIo {
+    const void *hashes;   // ub8, or ub4 for 32-bit tags
+    const ub1 *keys;      // slots of the kind's key bytes; unused for tags
+    const ub8 *payload;   // identities of kIdentPayload
+    ub8 base_rid;         // identity of row 0 for kIdentAutorid
+    ub8 capacity;         // output rows
+    ub8 *rows_out;        // identities
+    void *values_out;     // values of the kind's width
+    ub8 *bv;              // nonmatch: by identity; segbv: by value
+    ub8 bv_base;
+};
+
+// Rows *row_reached to rows - 1.  Returns 0, or 15 when the output is full
+// with *row_reached the row that did not finish.  *out_count is the output
+// position (the total of a count op).
+template <ub4 Kind, Link L, bool Prefetch, bool Hash32, ProbeKey Key, ub4 OpId>
+ub8 probe_rows(const vorn_kv *kv, ub8 rows, const ProbeIo &io, ub8 *row_reached, ub8 *out_count,
+               vorn_kernel_ctx *ctx, ub8 *stats) {
+    constexpr BucketKind D = kBucketKinds[Kind];
+    constexpr ProbeOp O = probe_op_traits(OpId);
+    constexpr ub4 E = D.entries[L];
+    constexpr ub4 KB = D.key_bytes;
+    constexpr ub4 VB = D.value_bytes;
+    static_assert(!O.mutkv || L == kPtr, "matched flags live in ptr buckets");
+    static_assert(!(O.value || O.segbv || O.mutkv) || VB != 0, "the op reads values");
+    static_assert(!(Prefetch && L == kIdx), "idx chains are not prefetched");
+    // k4 counts compare four keys at once.
+    constexpr bool kWideCount = O.count && !O.segbv && !O.mutkv && !O.distinct && KB == 4 && Key == kProbeSlot;
+
+    const BucketAddress address(kv, nullptr);
+    ub8 row = *row_reached;
+    ub8 n = *out_count;
+    ub8 skip = ctx->byte_pos;
+    ub8 matches = 0, links = 0;
+
+    auto hash_of = [&](ub8 r) -> ub8 {
+        return Hash32 ? load<ub4>(static_cast<const ub4 *>(io.hashes) + r) : load<ub8>(static_cast<const ub8 *>(io.hashes) + r);
+    };
+    auto identity = [&](ub8 r) -> ub8 {
+        if constexpr (O.ident == kIdentPayload) return io.payload[r];
+        return io.base_rid + r;
+    };
+    auto value_at = [&](const ub1 *b, ub4 e) -> ub8 {
+        if constexpr (VB == 4) return load<ub4>(b + D.value_offset(L, e));
+        else if constexpr (VB == 8) return load<ub8>(b + D.value_offset(L, e));
+        else return 0;
+    };
+
+    // One row; false when the output filled before its chain ended.
+    auto probe_row = [&](ub8 r, const ub1 *b) -> bool {
+        const ub8 h = hash_of(r);
+        ub1 key[16] = {};
+        if constexpr (Key == kProbeTag) store_low<KB>(key, hash_tag<KB, Hash32>(h));
+        else std::memcpy(key, io.keys + r * KB, KB);
+        ub8 depth = 0;
+        if (skip != 0) {
+            for (; depth < skip; ++depth) b = next_bucket<Kind, L>(kv, b);
+            skip = 0;
+            ctx->byte_pos = 0;
+        }
+        const ub8 walked_before = depth;  // links of an earlier call are not counted again
+        ub8 found = 0;
+        while (b != nullptr) {
+            if constexpr (!O.count) {
+                if (n + E > io.capacity) {
+                    ctx->byte_pos = depth;
+                    *row_reached = r;
+                    matches += found;
+                    links += depth - walked_before;
+                    return false;
+                }
+            }
+            const ub1 *next = next_bucket<Kind, L>(kv, b);
+            if constexpr (Prefetch) {
+                if (next != nullptr) prefetch_read(next);
+            }
+            // Tags compare every slot (an empty one is 0 and never matches).
+            const ub4 count = Key == kProbeTag ? E : (L == kIdx ? load<ub4>(b) : load<ub2>(b + 8)) & D.count_mask();
+            ub4 mask = 0;
+            ub4 e = 0;
+            if constexpr (kWideCount) {
+                const __m128i k = _mm_set1_epi32(static_cast<int>(load<ub4>(key)));
+                for (; e + 4 <= count; e += 4) {
+                    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(b + D.key_offset(L, e)));
+                    found += static_cast<ub8>(_mm_popcnt_u32(_mm_movemask_ps(_mm_castsi128_ps(_mm_cmpeq_epi32(v, k)))));
+                }
+            }
+            for (; e < count; ++e) {
+                if (!key_equal<KB>(key, b + D.key_offset(L, e))) continue;
+                ++found;
+                if constexpr (O.count) {
+                    // counted below
+                } else {
+                    if constexpr (O.ident != kNoIdent && !O.value) {
+                        io.rows_out[n] = identity(r);
+                    } else if constexpr (O.ident != kNoIdent) {
+                        io.rows_out[n] = identity(r);
+                        store_low<VB>(static_cast<ub1 *>(io.values_out) + n * VB, value_at(b, e));
+                    } else if constexpr (O.value) {
+                        store_low<VB>(static_cast<ub1 *>(io.values_out) + n * VB, value_at(b, e));
+                    }
+                    ++n;
+                }
+                if constexpr (O.nonmatch && O.ident != kNoIdent) {
+                    const ub8 bit = identity(r) - io.bv_base;
+                    io.bv[bit >> 6] &= ~(ub8{1} << (bit & 63));
+                }
+                if constexpr (O.segbv) {
+                    const ub8 bit = value_at(b, e) - io.bv_base;
+                    io.bv[bit >> 6] |= ub8{1} << (bit & 63);
+                }
+                if constexpr (O.mutkv) mask |= 1u << (D.first_matched_bit() + e);
+                if constexpr (O.distinct) break;
+            }
+            if constexpr (O.mutkv) {
+                if (mask != 0) {
+                    ub8 *word = reinterpret_cast<ub8 *>(const_cast<ub1 *>(b) + 8);
+                    ub8 old = __atomic_load_n(word, __ATOMIC_RELAXED);
+                    while ((old & mask) != mask &&
+                           !__atomic_compare_exchange_n(word, &old, old | mask, true, __ATOMIC_RELAXED, __ATOMIC_RELAXED)) {
+                    }
+                }
+            }
+            if (O.distinct && found != 0) break;
+            b = next;
+            if (b != nullptr) ++depth;
+        }
+        matches += found;
+        links += depth - walked_before;
+        if constexpr (O.count) {
+            n += found;
+            if constexpr (O.nonmatch) n += found == 0;
+        }
+        return true;
+    };
+
+    auto finish = [&](ub8 code) -> ub8 {
+        *out_count = n;
+        stats[0] += matches;
+        stats[1] += links;
+        return code;
+    };
+
+    if (row < rows && skip != 0) {
+        // The row that stopped inside its chain goes first, alone.
+        if (!probe_row(row, address(hash_of(row)))) return finish(15);
+        ++row;
+    }
+    const ub1 *bucket[kBatch];
+    for (; row + kBatch <= rows; row += kBatch) {
+        prefetch_read(static_cast<const ub1 *>(io.hashes) + row * (Hash32 ? 4 : 8) + kInputAhead);
+        if constexpr (Key == kProbeSlot) prefetch_read(io.keys + row * KB + kInputAhead);
+        for (ub4 j = 0; j < kBatch; ++j) {
+            bucket[j] = address(hash_of(row + j));
+            prefetch_read(bucket[j]);
+        }
+        if constexpr (Prefetch) {
+            for (ub4 j = 0; j < kBatch; ++j)
+                if (const ub1 *nb = next_bucket<Kind, L>(kv, bucket[j])) prefetch_read(nb);
+        }
+        for (ub4 j = 0; j < kBatch; ++j)
+            if (!probe_row(row + j, bucket[j])) return finish(15);
+    }
+    for (; row < rows; ++row)
+        if (!probe_row(row, address(hash_of(row)))) return finish(15);
+    *row_reached = rows;
+    return finish(0);
+}
+
+}  // namespace vorn::kv
