@@ -123,12 +123,9 @@ ub8 vorn_kit_host_decode_calls(const vorn_kit_host *host);
 
 /* ---- Hashing -------------------------------------------------------------------- */
 
-/* The hash callback form: a pure function of the value's bytes and the
- * seed. */
-typedef ub8 (*vorn_hash_fn)(const void *value, ub8 length, ub8 seed);
-
-/* The kit's default hash callback: self-contained, all bytes and the seed
- * mixed.  Tables built with one callback are probed with the same one. */
+/* The kit's default hash callback, of the form vorn_hash_fn: XXH3 64 bits
+ * (libxxhash, linked with the kit) of the value's bytes keyed by the seed.
+ * Tables built with one callback are probed with the same one. */
 ub8 vorn_kit_hash(const void *value, ub8 length, ub8 seed);
 
 /* ---- Compressed code streams ---------------------------------------------------- */

@@ -4,6 +4,10 @@
 // encoder against the library's decoder.
 #include <gtest/gtest.h>
 
+#if __has_include(<xxhash.h>)
+#include <xxhash.h>
+#endif
+
 #include <cstring>
 #include <random>
 #include <set>
@@ -209,6 +213,14 @@ TEST(KitHash, DependsOnEveryByteAndTheSeed) {
         }
     }
 }
+
+#if __has_include(<xxhash.h>)
+TEST(KitHash, IsXxh3) {
+    // The empty input with seed 0, and one byte with a seed: XXH3's own values.
+    EXPECT_EQ(vorn_kit_hash("", 0, 0), 0x2d06800538d394c2ull);
+    EXPECT_EQ(vorn_kit_hash("a", 1, 7), XXH3_64bits_withSeed("a", 1, 7));
+}
+#endif
 
 TEST(KitStreams, CompressedStreamsDecodeThroughTheLibrary) {
     std::mt19937_64 rng(21);

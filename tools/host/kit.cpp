@@ -7,45 +7,17 @@
 #include <cstring>
 #include <new>
 
-#include "frame/dispatch_scheme.h"
+#include "frame/dispatch_build.h"
 #include "host/columns.h"
+#include "host/hash_callback.h"
 #include "host/host_services.h"
 #include "host/library.h"
 #include "host/lomp_encoder.h"
 
 namespace {
 
-// Every name of the scheme end to end, built by the compiler from the same
-// rule as the library's name table.
-constexpr ub4 names_bytes() {
-    ub4 total = sizeof(vorn::kInvalidName);
-    for (ub4 i = 0; i < vorn::kSchemeSize; ++i) {
-        vorn::NameText t;
-        if (vorn::scheme_name(i, t)) total += t.len + 1;
-    }
-    return total;
-}
-
-struct NameStore {
-    char text[names_bytes()] = {};
-    ub4 offset[vorn::kSchemeSize] = {};
-};
-
-constexpr NameStore build_names() {
-    NameStore store;
-    ub4 pos = 0;
-    for (char c : vorn::kInvalidName) store.text[pos++] = c;
-    for (ub4 i = 0; i < vorn::kSchemeSize; ++i) {
-        vorn::NameText t;
-        if (!vorn::scheme_name(i, t)) continue;
-        store.offset[i] = pos;
-        for (ub4 k = 0; k < t.len; ++k) store.text[pos++] = t.s[k];
-        store.text[pos++] = '\0';
-    }
-    return store;
-}
-
-constexpr NameStore kNames = build_names();
+// The scheme's names, built by the compiler from the library's own rule.
+constexpr vorn::NameStore kNames = vorn::build_scheme_names();
 
 struct RcText {
     ub8 rc;
@@ -187,27 +159,8 @@ ub8 vorn_kit_host_alloc_calls(const vorn_kit_host *host) { return host->allocs.s
 
 ub8 vorn_kit_host_decode_calls(const vorn_kit_host *host) { return host->decode_calls; }
 
-// A multiply-fold mix over 8-byte pieces: every byte and the seed reach
-// every bit of the result.  (The store may put its own hash here: any pure
-// function of the bytes and the seed of this form will do.)
-ub8 vorn_kit_hash(const void *value, ub8 length, ub8 seed) {
-    constexpr ub8 k1 = 0x9e3779b97f4a7c15ull, k2 = 0xc2b2ae3d27d4eb4full;
-    const ub1 *p = static_cast<const ub1 *>(value);
-    ub8 h = seed ^ (length * k1);
-    auto fold = [](ub8 a, ub8 b) {
-        const unsigned __int128 m = static_cast<unsigned __int128>(a) * b;
-        return static_cast<ub8>(m) ^ static_cast<ub8>(m >> 64);
-    };
-    for (; length >= 8; length -= 8, p += 8) {
-        ub8 v;
-        std::memcpy(&v, p, 8);
-        h = fold(h ^ v, k1);
-    }
-    ub8 tail = 0;
-    for (ub8 k = 0; k < length; ++k) tail |= ub8{p[k]} << (8 * k);
-    h = fold(h ^ tail ^ (length << 56), k2);
-    return fold(h, k1) ^ (h >> 29);
-}
+// XXH3, the host tools' one hash callback (host/hash_callback.h).
+ub8 vorn_kit_hash(const void *value, ub8 length, ub8 seed) { return vornhost::xxh3_hash(value, length, seed); }
 
 ub1 *vorn_kit_lomp_compress(const void *data, size_t bytes, size_t *stream_bytes) {
     const vornhost::LompStream s = vornhost::lomp_compress(static_cast<const ub1 *>(data), bytes);
