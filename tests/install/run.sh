@@ -28,4 +28,4 @@ cmake -S "$source/tests/install" -B "$tmp/consumer" -DCMAKE_PREFIX_PATH="$prefix
     -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build "$tmp/consumer" >/dev/null
 "$tmp/consumer/scan_range"
-"$tmp/consumer/combine_host"
+"$tmp/consumer/hash_join"
