@@ -260,20 +260,6 @@ TEST(DecodeDict, AgreesWithTheModelOverRandomColumns) {
     }
 }
 
-TEST(DecodeDict, CompressedColumnsOfEveryWidth) {
-    std::mt19937_64 rng(32);
-    for (unsigned w : kWidths) {
-        const ub4 symbols = static_cast<ub4>(std::min<ub8>(ub8{1} << w, 50));
-        for (int layout = 0; layout < 2; ++layout) {
-            Case c{w, random_codes(rng, 1000, symbols),
-                   layout ? variable_dictionary(rng, symbols) : fixed_dictionary(symbols, 8)};
-            c.compressed = true;
-            if (rng() % 2) c.ones = random_selection(rng, 1000, w, symbols);
-            run_case(c, rng);
-        }
-    }
-}
-
 // Decodes all `rows` rows of a column of width w, without ones_vec.
 Output decode_every_row(unsigned w, Column &col, ub4 rows) {
     TestHost host;
@@ -338,15 +324,6 @@ TEST(DecodeDict, TheSelectedWalkWrapsItsBitPositionAtTwoToThe32) {
     EXPECT_EQ(out.ptr[0], reinterpret_cast<ub8>(d.bytes.data() + 12 * 3));
     EXPECT_EQ(out.ptr[1], reinterpret_cast<ub8>(d.bytes.data() + 15 * 3));
     EXPECT_EQ(k.row_pos, (1u << 27) + 5);
-}
-
-TEST(DecodeDict, OneSelectedRow) {
-    std::mt19937_64 rng(35);
-    for (unsigned w : {3u, 16u, 24u}) {
-        Case c{w, random_codes(rng, 100, 7), variable_dictionary(rng, 7)};
-        c.ones = {77};
-        run_case(c, rng);
-    }
 }
 
 TEST(DecodeDict, AnEmptyColumnEndsAtRowMinusOne) {

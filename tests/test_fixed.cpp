@@ -396,27 +396,6 @@ TEST(FixedTz, ConstantTzIsTheWholeByteAtData2) {
     }
 }
 
-TEST(FixedTz, EightBitTzKernelsAreThePlainCompareAndNeverReadData2) {
-    std::mt19937_64 rng(106);
-    const Layout l{8, 1};
-    for (unsigned op = 0; op < 10; ++op) {
-        for (ub4 n : {0u, 5u, 128u, 300u}) {
-            std::vector<ub8> values(n);
-            for (auto &v : values) v = rng() % 6;
-            auto col = column_of(l, values);
-            col->vec.data2 = nullptr;
-            col->enc.flags |= VORN_TZ_CONST;
-            const Literal a(l, 2, 7, 0), b(l, 4, 0, 0);
-            Result plain(n), tz(n);
-            const ub8 plain_code = call(8, op, false, plain, *col, a, b, nullptr);
-            const ub8 tz_code = call(8, op, true, tz, *col, a, b, nullptr);
-            EXPECT_EQ(tz_code, plain_code);
-            EXPECT_EQ(tz.bv, plain.bv);
-            EXPECT_TRUE(matches(tz, restrict_rows(model(l, op, false, values, std::vector<unsigned>(n), a, b), nullptr, nullptr), tz_code));
-        }
-    }
-}
-
 // A decoder that fails, so that the kernel's name shows in both strings.
 ub8 failing_decoder(const vorn_lomp_ctx *, const ub1 *, ub1 *out, ub4 *, ub4 capacity) {
     std::memset(out, 0, capacity);
