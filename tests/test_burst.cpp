@@ -180,37 +180,6 @@ TEST(Burst, RunsOfLengthZeroSetNothing) {
     }
 }
 
-TEST(Burst, NoSelectedRunGivesAnEmptyZeroedResult) {
-    std::mt19937_64 rng(12);
-    TestHost host;
-    for (ub4 runs : {10u, 49u, 50u, 500u}) {
-        const auto lengths = random_lengths(rng, runs, 8, false);
-        auto col = packed_column(std::vector<ub8>(runs, 0), 8);
-        col->make_rle(lengths, 8);
-        const auto bits = run_bits_with(rng, runs, 0);
-        Result res(col->vec.size, ~0ull);
-        const Call c = burst(*col, res, bits, 0, 8, false);
-        EXPECT_EQ(c.code, 1u);
-        EXPECT_EQ(c.num_ones, 0u);
-        for (ub8 w = 0; w < (col->vec.size + 63) / 64; ++w) EXPECT_EQ(res.bv[w], 0u);
-    }
-}
-
-TEST(Burst, AllRunsSelectedFillsEveryRow) {
-    TestHost host;
-    std::vector<ub4> lengths(100, 3);
-    lengths[99] = 4;  // 301 rows: not a multiple of 64
-    auto col = packed_column(std::vector<ub8>(100, 0), 8);
-    col->make_rle(lengths, 8);
-    std::vector<ub8> bits = {~0ull, 0xfffffffffull, 0};
-    Result res(col->vec.size);
-    const Call c = burst(*col, res, bits, 100, 8, false);
-    EXPECT_EQ(c.code, 0u);
-    EXPECT_EQ(c.num_ones, 301u);
-    for (ub4 i = 0; i < 301; ++i) ASSERT_TRUE(res.bit(i));
-    EXPECT_TRUE(res.clear_behind(301));
-}
-
 // res_bv needs seven bytes behind its last word and no more: a buffer of
 // exactly that size, under the sanitizer, catches a write past them.
 TEST(Burst, TouchesAtMostSevenBytesBehindTheLastWord) {
