@@ -167,6 +167,26 @@ TEST(VectorArith, NormInItsLaneOrder) {
         }
 }
 
+// int8 operands small enough that add, sub and mul stay in range, so the
+// 16-lane int8 blocks store and sum whole blocks; one lane pushed over the
+// limit in each of a few vectors makes its block fail at that lane.
+TEST(VectorArith, Int8BlocksInRange) {
+    std::mt19937_64 rng(16);
+    for (unsigned dim = 0; dim < 70; ++dim)
+        for (unsigned op = 0; op < 4; ++op)
+            for (unsigned shape = 0; shape < 4; ++shape) {
+                std::vector<ub1> a(dim), b(std::max(dim, 1u));
+                for (auto &x : a) x = static_cast<ub1>(static_cast<int>(rng() % 23) - 11);
+                for (auto &x : b) x = static_cast<ub1>(static_cast<int>(rng() % 23) - 11);
+                if (dim > 0 && rng() % 4 == 0) {
+                    const std::size_t i = rng() % dim;
+                    a[i] = 127;
+                    if (shape < 2) b[i] = static_cast<ub1>(op == 1 ? -1 : 2);
+                }
+                for (unsigned R : {kInt8, kFloat, kCDouble}) check_kernel(op, kInt8, kInt8, R, shape, dim, a, b);
+            }
+}
+
 TEST(VectorArith, EdgeValues) {
     auto run = [](unsigned op, unsigned F, std::vector<double> x, std::vector<double> y, bool wnorm = false) {
         std::vector<ub1> a(x.size() * bytes_of(F)), b(y.size() * bytes_of(F));
