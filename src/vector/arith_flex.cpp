@@ -137,7 +137,7 @@ ub8 walk_flex(vorn_vec *res, double *norms, vorn_vec *left, vorn_vec *right, ub4
     const ub8 code = walk_rows(
         ctx, walked_col->size, res->size,
         [&](const ub4 *rows, ub4 n) {
-            prefetch_row_pointers(left, rows, n);
+            if (!kSingle) prefetch_row_pointers(left, rows, n);
             if (!kScalar) prefetch_row_pointers(right, rows, n);
         },
         [&](ub8 k, ub4 r, ub4 next) -> ub8 {
