@@ -468,7 +468,8 @@ TEST(VectorArith, FlexibleRowsAgainstTheModel) {
     for (unsigned shape = 0; shape < 3; ++shape)       // paired, single left, scalar right
         for (unsigned sel = 0; sel < 3; ++sel)         // bit vector, row list, all rows
             for (unsigned trial = 0; trial < 12; ++trial) {
-                const unsigned op = static_cast<unsigned>(rng() % 4), R = static_cast<unsigned>(rng() % kFormCount);
+                // Every operation with every result form, under each shape.
+                const unsigned t = sel * 12 + trial, op = t % 4, R = t / 4 % kFormCount;
                 const bool wnorm = rng() % 3 != 0, with_lengths = rng() % 2;
                 const ub4 n = 1 + static_cast<ub4>(rng() % 150);
                 FlexColumn left, right;
