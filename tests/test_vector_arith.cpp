@@ -1,8 +1,10 @@
 // Vector arithmetic: every one of the 1,104 kernels against a plain model
 // over random operands (all dimensions around the blocks of 16 and 4,
 // overflow to infinity, division by zero, the int8 limits), the norm in its
-// fixed lane order, the dispatch key and its refusals, and the entry's row
-// walk over paired, single and scalar shapes with every selection.
+// fixed lane order, the dispatch key and its refusals, the entry's row walk
+// over paired, single and scalar shapes with every selection, and the same
+// over flexible columns: stored values of mixed forms and dimensions with
+// faulty rows, each result value compared byte for byte.
 #include <gtest/gtest.h>
 
 #include "support/test_host.h"
@@ -165,6 +167,26 @@ TEST(VectorArith, NormInItsLaneOrder) {
         }
 }
 
+// int8 operands small enough that add, sub and mul stay in range, so the
+// 16-lane int8 blocks store and sum whole blocks; one lane pushed over the
+// limit in each of a few vectors makes its block fail at that lane.
+TEST(VectorArith, Int8BlocksInRange) {
+    std::mt19937_64 rng(16);
+    for (unsigned dim = 0; dim < 70; ++dim)
+        for (unsigned op = 0; op < 4; ++op)
+            for (unsigned shape = 0; shape < 4; ++shape) {
+                std::vector<ub1> a(dim), b(std::max(dim, 1u));
+                for (auto &x : a) x = static_cast<ub1>(static_cast<int>(rng() % 23) - 11);
+                for (auto &x : b) x = static_cast<ub1>(static_cast<int>(rng() % 23) - 11);
+                if (dim > 0 && rng() % 4 == 0) {
+                    const std::size_t i = rng() % dim;
+                    a[i] = 127;
+                    if (shape < 2) b[i] = static_cast<ub1>(op == 1 ? -1 : 2);
+                }
+                for (unsigned R : {kInt8, kFloat, kCDouble}) check_kernel(op, kInt8, kInt8, R, shape, dim, a, b);
+            }
+}
+
 TEST(VectorArith, EdgeValues) {
     auto run = [](unsigned op, unsigned F, std::vector<double> x, std::vector<double> y, bool wnorm = false) {
         std::vector<ub1> a(x.size() * bytes_of(F)), b(y.size() * bytes_of(F));
@@ -294,7 +316,9 @@ TEST(VectorArith, EntryRefusalsAndFailures) {
     d.fill(rng, kDouble, 4);
     EXPECT_EQ(call(&d.vec, &a.vec, 19), 24u);  // double operands into a float result
     a.enc.flags |= VORN_VEC_FLEX;
-    EXPECT_EQ(call(&a.vec, &a.vec, 19), 24u);
+    EXPECT_EQ(call(&a.vec, &a.vec, 19), 24u);  // flexible operands, uniform result
+    EXPECT_EQ(call(&a.vec, &b.vec, 19), 2u);   // the shape is checked first
+    EXPECT_EQ(call(&a.vec, &d.vec, 19), 24u);  // flexible against uniform
     a.enc.flags &= ~VORN_VEC_FLEX;
     VecColumn e(kFloat, 5, 3);
     e.fill(rng, kFloat, 5);
@@ -310,6 +334,305 @@ TEST(VectorArith, EntryRefusalsAndFailures) {
     k.row_pos = 0;
     EXPECT_EQ(ctx().vorn_vector_arith_dydi(&out.vec, nullptr, &i8.vec, &z.vec, 22, &k, nullptr), 5u);
     EXPECT_EQ(k.row_pos, 1u);
+}
+
+// ---- Flexible columns ------------------------------------------------------------
+
+// A stored value: header, the 8-byte field (zeros) and the body at its
+// offset: 17, or 24 for a native float or double body.
+std::vector<ub1> stored(ub1 version, ub1 flags, ub1 format, ub4 dims, const std::vector<ub1> &body) {
+    const bool aligned = (flags & 0x08) && !(flags & 0x20) && (format == 2 || format == 3);
+    std::vector<ub1> v(aligned ? 24 : 17, 0);
+    v[0] = 0xDB;
+    v[1] = version;
+    v[3] = flags;
+    v[4] = format;
+    for (unsigned i = 0; i < 4; ++i) v[5 + i] = static_cast<ub1>(dims >> (24 - 8 * i));
+    v.insert(v.end(), body.begin(), body.end());
+    return v;
+}
+ub1 format_of(unsigned f) { return is_dbl(f) ? 3 : is_flt(f) ? 2 : 4; }
+std::size_t body_offset_of(unsigned f) { return is_c(f) || f == kInt8 ? 17 : 24; }
+
+// One row of a flexible column as the model sees it: its form, count and
+// body, and whether its header is one the kernels take at all.
+struct FlexRow {
+    unsigned form = kFloat;
+    ub4 dims = 0;
+    bool kernel_form = true;  // float, double or int8, dense
+    bool header_ok = true;
+    std::vector<ub1> body, value;
+};
+
+const unsigned kFlexDims[] = {0, 1, 2, 3, 4, 5, 7, 8, 15, 16, 17, 20, 31, 33, 47};
+
+// A row of `dims` elements in a random form; `faults` breaks one in eight:
+// a refused header, a type without kernels, a sparse body.
+FlexRow flex_row(std::mt19937_64 &rng, ub4 dims, bool faults) {
+    FlexRow row;
+    row.form = static_cast<unsigned>(rng() % kFormCount);
+    row.dims = dims;
+    row.body = random_elems(rng, row.form, dims);
+    const ub1 usable = rng() % 3 == 0 ? 0x10 : rng() % 2 ? 0x12 : 0x02;
+    ub1 flags = static_cast<ub1>(usable | (is_c(row.form) ? 0 : 0x08));
+    if (row.form == kInt8 && rng() % 2) flags &= ~0x08;  // int8 has one form either way
+    ub1 version = static_cast<ub1>(rng() % 4), format = format_of(row.form), magic = 0xDB;
+    if (faults && rng() % 8 == 0) {
+        switch (rng() % 6) {
+            case 0: magic = 0xDC; row.header_ok = false; break;
+            case 1: version = 4; row.header_ok = false; break;
+            case 2: flags &= ~0x12; flags |= 0x01; row.header_ok = false; break;
+            case 3: format = 1; row.kernel_form = false; break;        // float16
+            case 4: format = 5; row.kernel_form = false; break;        // bits
+            default: flags |= 0x20; row.kernel_form = false; break;    // sparse
+        }
+    }
+    row.value = stored(version, flags, format, dims, row.body);
+    row.value[0] = magic;
+    return row;
+}
+
+struct FlexColumn {
+    vorn_enc_ctx enc{};
+    vorn_vec vec{};
+    std::vector<FlexRow> rows;
+    std::vector<const void *> ptrs;
+    void finish() {
+        enc.flags = VORN_VEC_COLUMN | VORN_VEC_FLEX;
+        for (auto &r : rows) ptrs.push_back(r.value.data());
+        vec.enc_ctx = &enc;
+        vec.size = static_cast<ub4>(rows.size());
+        vec.data = ptrs.data();
+    }
+};
+
+// The result column: one buffer a row, big enough for the largest value.
+struct FlexResult {
+    vorn_enc_ctx enc{};
+    vorn_vec vec{};
+    std::vector<std::vector<ub1>> rows;
+    std::vector<void *> ptrs;
+    std::vector<ub2> lengths;
+    FlexResult(unsigned form, std::size_t n, std::size_t bytes, bool with_lengths) {
+        enc.elem_type = type_of(form);
+        enc.flags = VORN_VEC_COLUMN | VORN_VEC_FLEX | (is_c(form) ? 0u : VORN_NATIVE_FP);
+        rows.assign(n, std::vector<ub1>(bytes, kFillByte));
+        for (auto &r : rows) ptrs.push_back(r.data());
+        lengths.assign(n, 0xEEEE);
+        vec.enc_ctx = &enc;
+        vec.size = static_cast<ub4>(n);
+        vec.data = ptrs.data();
+        vec.data2 = with_lengths ? lengths.data() : nullptr;
+    }
+};
+
+// What the model expects of one result place.
+struct FlexWant {
+    bool ok = false;
+    std::vector<ub1> bytes;  // the whole buffer
+    double norm = -1.0;
+    ub2 length = 0;
+};
+
+FlexWant flex_model(unsigned op, unsigned R, bool wnorm, bool with_lengths, std::size_t buffer, const FlexRow &a,
+                    const FlexRow *b, unsigned scalar_form, const std::vector<ub1> &scalar) {
+    FlexWant w;
+    w.bytes.assign(buffer, kFillByte);
+    if (!a.header_ok || (b && !b->header_ok) || (b && a.dims != b->dims)) return w;
+    const std::size_t off = body_offset_of(R), len = off + std::size_t(a.dims) * bytes_of(R);
+    if (with_lengths && len > 0xFFFF) return w;
+    const unsigned B = b ? b->form : scalar_form;
+    if (!a.kernel_form || (b && !b->kernel_form) || !triple_ok(a.form, B, R)) return w;
+    const Outcome o = model(op, a.form, B, R, b == nullptr, wnorm, a.dims, a.body, b ? b->body : scalar);
+    std::copy(o.res.begin(), o.res.end(), w.bytes.begin() + off);  // a failed kernel's prefix stays
+    if (o.code != 0) return w;
+    w.ok = true;
+    const ub1 flags = is_c(R) ? 0x02 : 0x0A;
+    const auto head = stored(0, flags, format_of(R), a.dims, {});
+    std::copy(head.begin(), head.begin() + 17, w.bytes.begin());
+    if (wnorm) {
+        const ub8 field = is_c(R) ? c_enc64(o.norm) : std::bit_cast<ub8>(o.norm);
+        std::memcpy(w.bytes.data() + 9, &field, 8);
+        w.norm = o.norm;
+    }
+    w.length = static_cast<ub2>(len);
+    return w;
+}
+
+// Paired, single and scalar calls over flexible columns of mixed forms and
+// dimensions with faulty rows, under every selection and capacity: each
+// result buffer byte for byte, norms, lengths, cleared bits and the cursor.
+TEST(VectorArith, FlexibleRowsAgainstTheModel) {
+    std::mt19937_64 rng(15);
+    unsigned good_rows = 0, failed_rows = 0;
+    for (unsigned shape = 0; shape < 3; ++shape)       // paired, single left, scalar right
+        for (unsigned sel = 0; sel < 3; ++sel)         // bit vector, row list, all rows
+            for (unsigned trial = 0; trial < 12; ++trial) {
+                // Every operation with every result form, under each shape.
+                const unsigned t = sel * 12 + trial, op = t % 4, R = t / 4 % kFormCount;
+                const bool wnorm = rng() % 3 != 0, with_lengths = rng() % 2;
+                const ub4 n = 1 + static_cast<ub4>(rng() % 150);
+                FlexColumn left, right;
+                const ub4 single_dims = kFlexDims[rng() % std::size(kFlexDims)];
+                for (ub4 r = 0; r < (shape == 1 ? 1 : n); ++r)
+                    left.rows.push_back(flex_row(rng, shape == 1 ? single_dims : kFlexDims[rng() % std::size(kFlexDims)],
+                                                 shape != 1 || trial % 4 == 3));
+                if (shape != 2)
+                    for (ub4 r = 0; r < n; ++r) {
+                        ub4 dims = shape == 1 ? single_dims : left.rows[r].dims;
+                        if (rng() % 10 == 0) dims = kFlexDims[rng() % std::size(kFlexDims)];  // may mismatch
+                        right.rows.push_back(flex_row(rng, dims, true));
+                    }
+                left.finish();
+                unsigned scalar_form = static_cast<unsigned>(rng() % kFormCount);
+                std::vector<ub1> scalar = random_elems(rng, scalar_form, 1);
+                vorn_enc_ctx scalar_enc{};
+                vorn_vec scalar_vec{};
+                if (shape == 2) {
+                    scalar_enc.elem_type = type_of(scalar_form);
+                    scalar_enc.flags = VORN_CONST | (is_c(scalar_form) ? 0u : VORN_NATIVE_FP);
+                    scalar_vec.enc_ctx = &scalar_enc;
+                    scalar_vec.data = scalar.data();
+                    scalar_vec.size = 1;
+                } else {
+                    right.finish();
+                }
+                vorn_vec *rv = shape == 2 ? &scalar_vec : &right.vec;
+
+                const ub8 cap = 1 + rng() % (n + 20);
+                const std::size_t buffer = 24 + 47 * 8;
+                FlexResult res(R, cap, buffer, with_lengths);
+                std::vector<double> norms(cap, -1.0);
+                double *norm_ptr = norms.data();
+                vorn_kernel_ctx k = host().kctx();
+                auto bits = random_bits(rng, n, 0.4);
+                std::vector<ub4> list;
+                for (ub4 r = 0; r < n; ++r)
+                    if (rng() % 3 == 0) list.push_back(r);
+                if (sel == 0) k.bv_aux = bits.data();
+                if (sel == 1) { k.ones_vec = list.data(); k.ones_vec_size = static_cast<ub4>(list.size()); }
+                k.row_pos = static_cast<ub4>(sel == 1 ? rng() % (list.size() + 1) : rng() % n);
+                const vorn_kernel_ctx before = k;
+                const auto bits_before = bits;
+                const auto rows = walked_rows(k, n, cap);
+                SCOPED_TRACE(testing::Message() << "shape " << shape << " sel " << sel << " trial " << trial << " op "
+                                                << op << " R " << form_name(R));
+                const ub8 code = ctx().vorn_vector_arith_dydi(&res.vec, wnorm ? &norm_ptr : nullptr, &left.vec, rv,
+                                                              19 + op, &k, nullptr);
+                ASSERT_EQ(code, 0u);
+                EXPECT_EQ(res.vec.num_ones, rows.size());
+                auto bits_want = bits_before;
+                for (std::size_t i = 0; i < rows.size(); ++i) {
+                    const ub4 r = rows[i];
+                    const FlexRow &a = left.rows[shape == 1 ? 0 : r];
+                    const FlexRow *b = shape == 2 ? nullptr : &right.rows[r];
+                    const FlexWant want = flex_model(op, R, wnorm, with_lengths, buffer, a, b, scalar_form, scalar);
+                    ASSERT_EQ(res.rows[i], want.bytes) << "row " << r << " ok " << want.ok;
+                    ASSERT_TRUE(same_bits(norms[i], want.norm)) << "row " << r;
+                    if (with_lengths) {
+                        ASSERT_EQ(res.lengths[i], want.length) << "row " << r;
+                    }
+                    ++(want.ok ? good_rows : failed_rows);
+                    if (!want.ok && sel == 0) bits_want[r / 64] &= ~(ub8{1} << (r % 64));
+                }
+                for (std::size_t i = rows.size(); i < cap; ++i) {
+                    ASSERT_EQ(res.rows[i], std::vector<ub1>(buffer, kFillByte));
+                    ASSERT_EQ(norms[i], -1.0);
+                    ASSERT_EQ(res.lengths[i], 0xEEEE);
+                }
+                EXPECT_EQ(bits, bits_want);
+                EXPECT_EQ(k.row_pos, cursor_after(before, rows));
+            }
+    // Both kinds of rows in numbers, so neither path goes untested.
+    EXPECT_GT(good_rows, 300u);
+    EXPECT_GT(failed_rows, 300u);
+}
+
+// The edges of flexible rows: an empty vector, an overflow and an int8
+// division by zero in one column (the failing rows dropped, the walk going
+// on), values at the ub2 length limit, and the refusals of the entry.
+TEST(VectorArith, FlexibleEdges) {
+    auto column = [](std::vector<FlexRow> rows) {
+        auto c = std::make_unique<FlexColumn>();
+        c->rows = std::move(rows);
+        c->finish();
+        return c;
+    };
+    auto row = [](unsigned f, std::vector<double> xs) {
+        FlexRow r;
+        r.form = f;
+        r.dims = static_cast<ub4>(xs.size());
+        r.body.resize(xs.size() * bytes_of(f));
+        for (std::size_t i = 0; i < xs.size(); ++i) put(r.body, f, i, xs[i]);
+        r.value = stored(1, f == kInt8 || is_c(f) ? 0x02 : 0x0A, format_of(f), r.dims, r.body);
+        return r;
+    };
+    {
+        auto l = column({row(kInt8, {}), row(kInt8, {100, 1}), row(kInt8, {5, 6}), row(kInt8, {-7})});
+        auto r = column({row(kInt8, {}), row(kInt8, {100, 1}), row(kInt8, {0, 2}), row(kInt8, {2})});
+        FlexResult out(kInt8, 4, 64, true);
+        std::vector<double> norms(4, -1.0);
+        double *np = norms.data();
+        EXPECT_EQ(ctx().vorn_vector_arith_dydi(&out.vec, &np, &l->vec, &r->vec, 19, nullptr, nullptr), 0u);
+        EXPECT_EQ(out.lengths[0], 17u);  // header and field alone
+        EXPECT_EQ(norms[0], 0.0);
+        EXPECT_EQ(out.lengths[1], 0u);   // 100 + 100 overflows int8
+        EXPECT_EQ(norms[1], -1.0);
+        EXPECT_EQ(out.rows[1][0], kFillByte);
+        EXPECT_EQ(out.lengths[2], 19u);
+        EXPECT_EQ(out.rows[2][17], 5u);
+        EXPECT_EQ(out.vec.num_ones, 4u);
+        // Division: 5 / 0 fails its row with the rest going on; -7 / 2 truncates.
+        EXPECT_EQ(ctx().vorn_vector_arith_dydi(&out.vec, &np, &l->vec, &r->vec, 22, nullptr, nullptr), 0u);
+        EXPECT_EQ(out.lengths[2], 0u);
+        EXPECT_EQ(out.lengths[3], 18u);
+        EXPECT_EQ(static_cast<sb1>(out.rows[3][17]), -3);
+    }
+    {
+        // Native doubles: 24 + 8 * 8188 bytes fit a ub2, 24 + 8 * 8190 do not;
+        // without lengths nothing limits a value.
+        std::vector<double> xs(8190, 0.5);
+        auto fits = row(kDouble, std::vector<double>(xs.begin(), xs.end() - 2)), big = row(kDouble, xs);
+        auto l = column({fits, big}), r = column({fits, big});
+        FlexResult out(kDouble, 2, 24 + 8 * 8190, true);
+        EXPECT_EQ(ctx().vorn_vector_arith_dydi(&out.vec, nullptr, &l->vec, &r->vec, 21, nullptr, nullptr), 0u);
+        EXPECT_EQ(out.lengths[0], 24u + 8 * 8188);
+        EXPECT_EQ(out.lengths[1], 0u);
+        out.vec.data2 = nullptr;
+        EXPECT_EQ(ctx().vorn_vector_arith_dydi(&out.vec, nullptr, &l->vec, &r->vec, 21, nullptr, nullptr), 0u);
+        EXPECT_EQ(out.rows[1][0], 0xDB);
+        double last;
+        std::memcpy(&last, out.rows[1].data() + 24 + 8 * 8189, 8);
+        EXPECT_EQ(last, 0.25);
+    }
+    {
+        auto l = column({row(kFloat, {1, 2})}), r = column({row(kFloat, {1, 2}), row(kFloat, {3, 4})});
+        auto three = column({row(kFloat, {1}), row(kFloat, {1}), row(kFloat, {1})});
+        FlexResult out(kFloat, 3, 64, false);
+        VecColumn unif(kFloat, 2, 2);
+        unif.blank(kFloat, 2);
+        auto call = [&](vorn_vec *res, vorn_vec *a, vorn_vec *b) {
+            return ctx().vorn_vector_arith_dydi(res, nullptr, a, b, 20, nullptr, nullptr);
+        };
+        EXPECT_EQ(call(&out.vec, &l->vec, &r->vec), 0u);  // single: one left value, two right rows
+        EXPECT_EQ(out.vec.num_ones, 2u);
+        EXPECT_EQ(out.rows[1][0], 0xDB);
+        EXPECT_EQ(call(&out.vec, &three->vec, &r->vec), 2u);     // 3 rows against 2
+        EXPECT_EQ(call(&unif.vec, &l->vec, &r->vec), 24u);       // uniform result
+        EXPECT_EQ(call(&out.vec, &unif.vec, &r->vec), 24u);      // uniform left
+        out.enc.elem_type = 7;                                   // float16 result
+        EXPECT_EQ(call(&out.vec, &l->vec, &r->vec), 24u);
+        out.enc.elem_type = 1;
+        vorn_enc_ctx se{};
+        se.elem_type = 8;
+        se.flags = VORN_CONST;
+        float one = 1.0f;
+        vorn_vec sv{};
+        sv.enc_ctx = &se;
+        sv.data = &one;
+        sv.size = 1;
+        EXPECT_EQ(call(&out.vec, &r->vec, &sv), 24u);            // bfloat16 scalar
+    }
 }
 
 }  // namespace

@@ -18,6 +18,9 @@
 // Blocks: 16 elements while they fit, then 4, then one at a time.  A block
 // is computed whole, checked, and stored; a block with a failure is redone
 // element by element so that exactly the elements before the failure stand.
+// C operands are decoded and C results encoded four floats or two doubles a
+// register (arith_lanes.h); int8 add, sub and mul into int8 run 16 lanes a
+// register with saturating compares.
 //
 // Norm of the _wnorm shapes: the squares of the result elements (float
 // results squared in float, double in double, int8 as integers), summed in
@@ -29,10 +32,14 @@
 //   - at the end: (acc0 + acc1) + (acc2 + acc3) lane by lane, then
 //     lane 0 + lane 1, then + the scalar accumulator.
 // An infinite or NaN sum returns 4; a sum below 0.0 gives 0.0, else the root.
+// The squares of int8 results are small integers whose sums are exact in
+// double, so any order gives the same norm: the int8 blocks of 16 add their
+// integer sum to the scalar accumulator.
 #pragma once
 
 #include <smmintrin.h>
 
+#include "vector/arith_lanes.h"
 #include "vector/elem_forms.h"
 #include "vector/vector_entries.h"
 
@@ -104,7 +111,8 @@ struct ArithElem {
         }
     }
 
-    // The floating operation alone.
+    // The operation alone (an int8 division goes through apply, which
+    // tests the divisor).
     static VORN_INLINE W op(W a, W b) {
         if constexpr (Op == kAdd) return a + b;
         else if constexpr (Op == kSub) return a - b;
@@ -136,27 +144,83 @@ VORN_INLINE bool any_exp_all_ones(const double *v) {
     return _mm_movemask_epi8(hit) != 0;
 }
 
+// int8 add, sub and mul into int8, 16 lanes at once: the block stored and
+// added to the norm, or false with nothing stored when a lane leaves
+// [-128, 127].  Add and sub test the wrapped lanes against the saturated
+// ones; mul multiplies in 16 bits and tests the narrowed lanes.  The squares
+// of int8 results are small integers whose sums are exact in double in any
+// order, so the block adds its sum to the scalar accumulator.
+template <ub4 Op, bool Scalar, bool WNorm>
+VORN_INLINE bool int8_block16(const ub1 *a, const ub1 *b, ub1 *out, int scalar, NormLanes &lanes) {
+    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i *>(a));
+    const __m128i y = Scalar ? _mm_set1_epi8(static_cast<char>(scalar))
+                             : _mm_loadu_si128(reinterpret_cast<const __m128i *>(b));
+    __m128i v;
+    int same;
+    if constexpr (Op == kAdd) {
+        v = _mm_add_epi8(x, y);
+        same = _mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_adds_epi8(x, y)));
+    } else if constexpr (Op == kSub) {
+        v = _mm_sub_epi8(x, y);
+        same = _mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_subs_epi8(x, y)));
+    } else {
+        const __m128i lo = _mm_mullo_epi16(_mm_cvtepi8_epi16(x), _mm_cvtepi8_epi16(y));
+        const __m128i hi = _mm_mullo_epi16(_mm_cvtepi8_epi16(_mm_srli_si128(x, 8)), _mm_cvtepi8_epi16(_mm_srli_si128(y, 8)));
+        v = _mm_packs_epi16(lo, hi);
+        same = _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi16(lo, _mm_cvtepi8_epi16(v)),
+                                               _mm_cmpeq_epi16(hi, _mm_cvtepi8_epi16(_mm_srli_si128(v, 8)))));
+    }
+    if (same != 0xFFFF) return false;
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(out), v);
+    if constexpr (WNorm) {
+        const __m128i lo = _mm_cvtepi8_epi16(v), hi = _mm_cvtepi8_epi16(_mm_srli_si128(v, 8));
+        __m128i s = _mm_add_epi32(_mm_madd_epi16(lo, lo), _mm_madd_epi16(hi, hi));
+        s = _mm_add_epi32(s, _mm_srli_si128(s, 8));
+        s = _mm_add_epi32(s, _mm_srli_si128(s, 4));
+        lanes.single += static_cast<double>(_mm_cvtsi128_si32(s));
+    }
+    return true;
+}
+
 // A block of N elements from `at`: computed and checked whole, then stored
 // and added to the norm (N 16: accumulator j / 4, lane j % 2; N 4:
 // accumulator 0).  False, with nothing stored, when an element fails.
 template <ub4 N, ub4 Op, Form A, Form B, Form R, bool Scalar, bool WNorm>
 VORN_INLINE bool arith_block(const void *__restrict left, const void *__restrict right, void *__restrict res, ub8 at,
                              work_t<A, B, R> scalar, NormLanes &lanes) {
+    if constexpr (N == 16 && is_int8(A) && is_int8(B) && is_int8(R) && Op != kDiv) {
+        const ub1 *a = static_cast<const ub1 *>(left) + at, *b = static_cast<const ub1 *>(right) + at;
+        return int8_block16<Op, Scalar, WNorm>(a, b, static_cast<ub1 *>(res) + at, scalar, lanes);
+    }
     using E = ArithElem<Op, A, B, R>;
     using W = typename E::W;
-    W v[N];
-    ub4 bad = 0;
-    if constexpr (std::is_same_v<W, int>) {
-        for (ub4 j = 0; j < N; ++j)
-            bad |= E::apply(E::widen_a(left, at + j), Scalar ? scalar : E::widen_b(right, at + j), &v[j]);
+    W x[N], y[N], v[N];
+    read_block<A, N>(left, at, x);
+    if constexpr (Scalar) {
+        for (ub4 j = 0; j < N; ++j) y[j] = scalar;
+    } else {
+        read_block<B, N>(right, at, y);
+    }
+    bool bad;
+    if constexpr (std::is_same_v<W, int> && Op == kDiv) {
+        ub4 codes = 0;
+        for (ub4 j = 0; j < N; ++j) codes |= E::apply(x[j], y[j], &v[j]);
+        bad = codes != 0;
+    } else if constexpr (std::is_same_v<W, int>) {
+        // Sums, differences and products of two int8 values fit an int:
+        // computed and range-tested in loops of their own, four lanes wide.
+        int out_of_range = 0;
+        for (ub4 j = 0; j < N; ++j) v[j] = E::op(x[j], y[j]);
+        for (ub4 j = 0; j < N; ++j) out_of_range |= (v[j] < -128) | (v[j] > 127);
+        bad = out_of_range != 0;
     } else {
         // The arithmetic and the test in loops of their own, so that both
         // run four lanes at a time.
-        for (ub4 j = 0; j < N; ++j) v[j] = E::op(E::widen_a(left, at + j), Scalar ? scalar : E::widen_b(right, at + j));
-        bad = any_exp_all_ones<N>(v) ? 1u : 0u;
+        for (ub4 j = 0; j < N; ++j) v[j] = E::op(x[j], y[j]);
+        bad = any_exp_all_ones<N>(v);
     }
-    if (bad != 0) return false;
-    for (ub4 j = 0; j < N; ++j) write_elem<R>(res, at + j, v[j]);
+    if (bad) return false;
+    write_block<R, N>(res, at, v);
     if constexpr (WNorm) {
         double sq[N];
         for (ub4 j = 0; j < N; ++j) sq[j] = norm_square<R>(v[j]);
