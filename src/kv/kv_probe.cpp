@@ -220,8 +220,19 @@ extern "C" ub8 vorn_probe_kv_dydi(vorn_vec *rows_out, vorn_vec *values_out, vorn
     using namespace vorn::kv;
     const ub4 kind = VORN_KV_KIND(kv->flags);
     const ub4 form = VORN_KV_FORM(kv->flags);
+    if (form == VORN_KV_FORM_RIDS) {
+        if (kind == VORN_KV_K4V4)
+            return vorn_kv_probe_k4v4_gd_array_arid4(rows_out, values_out, hash_vec, rows, key_vec, kv, mode, ctx, stats);
+        if (kind == VORN_KV_K4V8)
+            return vorn_kv_probe_k4v8_gd_array_arid8(rows_out, values_out, hash_vec, rows, key_vec, kv, mode, ctx, stats);
+        return 2;
+    }
+    if (form == VORN_KV_FORM_COUNTS) {
+        if (kind == VORN_KV_K4)
+            return vorn_kv_probe_k4_gd_array_acnt(rows_out, values_out, hash_vec, rows, key_vec, kv, mode, ctx, stats);
+        return 2;
+    }
     if (form > VORN_KV_FORM_COUNTS || hash_vec == nullptr || kind >= 16) return 2;
-    if (form >= VORN_KV_FORM_RIDS) return 2;  // array tables: not served by this entry yet
     const BucketKind &d = kBucketKinds[kind];
     if (!d.exists()) return 2;
     const bool value_kind = d.value_bytes != 0;
