@@ -26,6 +26,18 @@ VORN_INTERNAL VORN_KV_PROBE_ENTRY_SIGNATURE(vorn_kv_probe_k4v4_gd_array_arid4);
 VORN_INTERNAL VORN_KV_PROBE_ENTRY_SIGNATURE(vorn_kv_probe_k4v8_gd_array_arid8);
 VORN_INTERNAL VORN_KV_PROBE_ENTRY_SIGNATURE(vorn_kv_probe_k4_gd_array_acnt);
 
+// Bucket tables with slot keys, named by kind and key source: gd_gd and
+// gdhc_gd (ub4 dictionary codes with a 64-bit or a 32-bit cached hash),
+// lp_direct and lpsep_direct (keys of VORN_LEN_PTR and VORN_PTR_LEN,
+// staged), hash64_fixed and hash32_fixed (VORN_FIXED keys).  X(kind, source).
+#define VORN_KV_PROBE_VALUE_SOURCES(X, kind) \
+    X(kind, lp_direct) X(kind, lpsep_direct) X(kind, hash64_fixed) X(kind, hash32_fixed)
+#define VORN_KV_PROBE_KEY_SOURCES(X, kind) X(kind, hash32_fixed)
+#define VORN_KV_PROBE_SLOT_FUNCTIONS(X)                                                          \
+    X(k4, gd_gd) X(k4, gdhc_gd) X(k4v4, gd_gd) X(k4v4, gdhc_gd) X(k4v8, gd_gd) X(k4v8, gdhc_gd)  \
+    VORN_KV_PROBE_VALUE_KINDS(VORN_KV_PROBE_VALUE_SOURCES, X) VORN_KV_PROBE_KEY_KINDS(VORN_KV_PROBE_KEY_SOURCES, X)
+#define VORN_KV_PROBE_DECLARE_FUNCTION(kind, source) \
+    VORN_INTERNAL VORN_KV_PROBE_ENTRY_SIGNATURE(vorn_kv_probe_##kind##_##source);
 // The list reader of arid8: where it stands in a chain of chunks.  Its two
 // words are ctx->byte_pos and ctx->payload_byte_pos between calls.
 typedef struct vorn_kv_list_reader {
@@ -108,4 +120,5 @@ VORN_INTERNAL ub8 vorn_kv_list8_read_noridout_segbv(ub8 word, vorn_kv_list_reade
 extern "C" {
 VORN_KV_PROBE_LINKED_MEMBERS(VORN_KV_PROBE_DECLARE)
 VORN_KV_PROBE_MUTKV_MEMBERS(VORN_KV_PROBE_DECLARE_PTR)
+VORN_KV_PROBE_SLOT_FUNCTIONS(VORN_KV_PROBE_DECLARE_FUNCTION)
 }  // extern "C"
