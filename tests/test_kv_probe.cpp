@@ -142,13 +142,8 @@ Result run_mode(const Joined &j, Vecs &v, const std::vector<ub8> *ids, ub4 mode,
     }
     vorn_kernel_ctx ctx{};
     for (int guard = 0; guard < 100000; ++guard) {
-        vorn_vec ro{}, vo{};
-        ro.data = rows_out.data();
-        ro.size = static_cast<ub4>(cap);
-        vo.data = values_out.data();
-        vo.size = static_cast<ub4>(cap);
-        vo.res_bv = bv;
-        vo.base_rid = static_cast<ub4>(bv_base);
+        vorntest::ProbeOutputs out(rows_out.data(), values_out.data(), cap, bv, bv_base);
+        vorn_vec &ro = out.rows, &vo = out.values;
         const ub8 code = vorntest::ctx().vorn_probe_kv_dydi(&ro, &vo, &v.hash_vec, &rows, &v.key_vec, &j.table->kv,
                                                             mode, &ctx, stats);
         if (code_out != nullptr) *code_out = code;

@@ -13,6 +13,7 @@
 
 #include "frame/base.h"
 #include "kv/kv_probe_entries.h"
+#include "support/kv_model.h"
 #include "support/kv_table.h"
 #include "support/test_host.h"
 
@@ -128,13 +129,8 @@ Outcome run(const Built &b, Probe &p, vorn_vec *hash_vec, ub4 mode, ub8 cap, ub8
     std::vector<ub8> rows_out(cap), values_out(cap);
     vorn_kernel_ctx ctx{};
     for (int guard = 0; guard < 200000; ++guard) {
-        vorn_vec ro{}, vo{};
-        ro.data = rows_out.data();
-        ro.size = static_cast<ub4>(cap);
-        vo.data = values_out.data();
-        vo.size = static_cast<ub4>(cap);
-        vo.res_bv = bv;
-        vo.base_rid = bv_base;
+        vorntest::ProbeOutputs out(rows_out.data(), values_out.data(), cap, bv, bv_base);
+        vorn_vec &ro = out.rows, &vo = out.values;
         const ub4 before = ctx.row_pos;
         o.code = vorntest::ctx().vorn_probe_kv_dydi(mode == 3 ? nullptr : &ro, &vo, hash_vec, &p.rows, &p.kv,
                                                     &b.table->kv, mode, &ctx, stats);
