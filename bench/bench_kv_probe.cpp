@@ -1,16 +1,25 @@
-// Probe: rows against a k4v4 table of 4-byte fixed keys through
-// vorn_probe_kv_dydi, one thread, in each link (idx, ptr, ptr_prefetch)
-// and modes 0 (every match) and 1 (count), beside a plain chain walk
-// without prefetch computing the same count, absl::flat_hash_map::find with
-// the same precomputed hashes (when libabsl-dev is installed), and a
-// streaming read of the probe input.
+// Probe: a hash join's probe side on a k4v4 table of 4-byte fixed keys, one
+// thread.  The table holds 16M build rows (random 31-bit keys, 64-bit
+// hashes); 64M probe rows, every other one with a partner, run through
+// vorn_probe_kv_dydi in each link (idx, ptr, ptr_prefetch) and modes 0
+// (every match) and 1 (count).  Beside each, in the same run:
+//   scalar     the library's same loop without the batch prefetch of 16
+//              bucket lines (run on one row at a time, chains walked as
+//              found);
+//   peer       absl::flat_hash_map::find with the same precomputed hashes
+//              (when libabsl-dev is installed), writing or counting the
+//              same matches;
+//   bandwidth  a streaming read of the probe input.
+// The join groups time a whole join, the table's layout and build plus the
+// probe (mode 0), against absl's build and find: tuples (build + probe
+// rows) per second on one core.
 //
-// Sizes are scaled down from a 64M-row table to 4M build rows and 4M probe
-// rows (half of them present), as the shared machine is loaded.
+// Sizes: VORN_BENCH_KV_BUILD_ROWS and VORN_BENCH_KV_PROBE_ROWS (default 16M
+// and 64M; about 3 GiB in all with the absl map) for a smaller machine.
 #include <cstdlib>
 #include <memory>
 
-#include "kv/kv_bucket_add.h"
+#include "kv/kv_probe.h"
 #include "support/bench_support.h"
 
 #if VORN_HAVE_ABSL
@@ -21,21 +30,32 @@ namespace {
 
 using namespace vornbench;
 
-constexpr ub8 kBuild = ub8{1} << 22;
-constexpr ub8 kProbe = ub8{1} << 22;
+ub8 env_rows(const char *name, ub8 fallback) {
+    const char *v = std::getenv(name);
+    return v != nullptr && *v != 0 ? std::strtoull(v, nullptr, 0) : fallback;
+}
+const ub8 kBuild = env_rows("VORN_BENCH_KV_BUILD_ROWS", ub8{16} << 20);
+const ub8 kProbe = env_rows("VORN_BENCH_KV_PROBE_ROWS", ub8{64} << 20);
+constexpr ub8 kOutRows = 1 << 16;
 
 ub8 hash_of(ub4 key) {
     ub8 h = (key + 0x9e3779b97f4a7c15ull) * 0xff51afd7ed558ccdull;
     return h ^ (h >> 29);
 }
 
-// A table whose pages come from two arenas: region 0 mapped whole,
-// overflow units handed out in order.
+void *zeroed(ub8 bytes) {
+    void *p = std::aligned_alloc(64, (bytes + 63) & ~ub8{63});
+    std::memset(p, 0, bytes);
+    return p;
+}
+
+// A host table: region 0 mapped whole, overflow buckets handed out in
+// order from one arena.
 struct Table {
     vorn_kv kv{};
     std::vector<ub1 *> pages0, pages1;
-    std::vector<ub1> arena0, arena1;
-    ub8 next1 = 0;
+    ub1 *arena0 = nullptr, *arena1 = nullptr;
+    ub8 bytes0 = 0, bytes1 = 0, next1 = 0;
     static Table *&current() {
         static Table *t = nullptr;
         return t;
@@ -45,24 +65,37 @@ struct Table {
         current()->next1 += units;
         return 0;
     }
-    Table(int link, const std::vector<ub4> &keys, const std::vector<ub8> &hashes) {
+    // fill_min_units: from how many overflow buckets a table is linked by
+    // address and probed with prefetch.
+    explicit Table(bool ptr, ub4 fill_min_units = 1u << 30) {
         kv.flags = VORN_KV_FLAGS(VORN_KV_K4V4, VORN_KV_FORM_KEYS);
-        ctx().vorn_layout_kv_dydi(keys.size(), keys.size(), &kv.flags, &kv, 0, 0, 1u << 30, 50, link != 0);
-        if (link == 2) kv.flags |= VORN_KV_PREFETCH;
+        ctx().vorn_layout_kv_dydi(kBuild, kBuild, &kv.flags, &kv, 0, 0, fill_min_units, 50, ptr ? 1 : 0);
         const vorn_kv_region &r0 = kv.regions[0];
         const ub8 page0 = ub8{64} << r0.page_bits;
-        arena0.assign(page0 * r0.page_count + 64, 0);
-        ub1 *base0 = reinterpret_cast<ub1 *>((reinterpret_cast<uintptr_t>(arena0.data()) + 63) & ~uintptr_t{63});
-        for (ub8 p = 0; p < r0.page_count; ++p) pages0.push_back(base0 + p * page0);
+        bytes0 = page0 * r0.page_count;
+        arena0 = static_cast<ub1 *>(zeroed(bytes0));
+        for (ub8 p = 0; p < r0.page_count; ++p) pages0.push_back(arena0 + p * page0);
         kv.regions[0].pages = pages0.data();
         kv.regions[0].mapped = r0.page_count;
         const ub8 page1 = ub8{64} << kv.regions[1].page_bits;
         const ub8 count1 = kv.regions[1].page_count + 1;
-        arena1.assign(page1 * count1 + 64, 0);
-        ub1 *base1 = reinterpret_cast<ub1 *>((reinterpret_cast<uintptr_t>(arena1.data()) + 63) & ~uintptr_t{63});
-        for (ub8 p = 0; p < count1; ++p) pages1.push_back(base1 + p * page1);
+        bytes1 = page1 * count1;
+        arena1 = static_cast<ub1 *>(zeroed(bytes1));
+        for (ub8 p = 0; p < count1; ++p) pages1.push_back(arena1 + p * page1);
         kv.regions[1].pages = pages1.data();
         kv.regions[1].mapped = static_cast<ub4>(count1);
+    }
+    ~Table() {
+        std::free(arena0);
+        std::free(arena1);
+    }
+    // Empties the table for another build, as a host hands out zeroed pages.
+    void clear() {
+        std::memset(arena0, 0, bytes0);
+        std::memset(arena1, 0, next1 * 64);
+        next1 = 0;
+    }
+    void build(const std::vector<ub4> &keys, const std::vector<ub8> &hashes) {
         current() = this;
         vorn_enc_ctx he{}, ke{}, ve{};
         he.flags = VORN_ALIGNED;
@@ -87,7 +120,7 @@ struct Table {
 struct Data {
     std::vector<ub4> build_keys, probe_keys;
     std::vector<ub8> build_hashes, probe_hashes;
-    std::unique_ptr<Table> tables[3];
+    std::unique_ptr<Table> idx, ptr;
     Data() {
         for (ub8 i = 0; i < kBuild; ++i) {
             build_keys.push_back(static_cast<ub4>(rng()() & 0x7fffffff));
@@ -97,7 +130,17 @@ struct Data {
             probe_keys.push_back((i & 1) ? build_keys[rng()() % kBuild] : static_cast<ub4>(rng()() | 0x80000000u));
             probe_hashes.push_back(hash_of(probe_keys.back()));
         }
-        for (int l = 0; l < 3; ++l) tables[l] = std::make_unique<Table>(l, build_keys, build_hashes);
+        idx = std::make_unique<Table>(false);
+        idx->build(build_keys, build_hashes);
+        ptr = std::make_unique<Table>(true);
+        ptr->build(build_keys, build_hashes);
+    }
+    // The table of a link: ptr and ptr_prefetch are one table, the flag set
+    // or cleared before the run.
+    vorn_kv &table(int link) {
+        if (link == 0) return idx->kv;
+        ptr->kv.flags = (ptr->kv.flags & ~VORN_KV_PREFETCH) | (link == 2 ? VORN_KV_PREFETCH : 0);
+        return ptr->kv;
     }
 };
 Data &data() {
@@ -105,9 +148,14 @@ Data &data() {
     return d;
 }
 
-void probe_kernel(benchmark::State &state, int link, ub4 mode) {
+struct Outputs {
+    std::vector<ub8> rows = std::vector<ub8>(kOutRows);
+    std::vector<ub4> values = std::vector<ub4>(kOutRows);
+};
+
+// All probe rows through the entry, output emptied on every 15.
+ub8 probe_entry(vorn_kv &kv, ub4 mode, Outputs &o) {
     Data &d = data();
-    std::vector<ub8> rows_out(1 << 16), values_out(1 << 16);
     vorn_enc_ctx he{}, ke{};
     he.flags = VORN_ALIGNED;
     he.width_code = 22;
@@ -120,77 +168,150 @@ void probe_kernel(benchmark::State &state, int link, ub4 mode) {
     kvec.data = d.probe_keys.data();
     kvec.size = hv.size;
     kvec.enc_ctx = &ke;
+    vorn_kernel_ctx kctx{};
+    ub8 stats[2] = {}, code = 15, total = 0;
+    while (code == 15) {
+        vorn_vec ro{}, vo{};
+        ro.data = o.rows.data();
+        ro.size = static_cast<ub4>(kOutRows);
+        vo.data = o.values.data();
+        code = ctx().vorn_probe_kv_dydi(&ro, &vo, &hv, nullptr, &kvec, &kv, mode, &kctx, stats);
+        total += ro.size;
+    }
+    return code == 0 ? total : ~ub8{0};
+}
+
+void probe_kernel(benchmark::State &state, int link, ub4 mode) {
+    Data &d = data();
+    Outputs o;
     ub8 total = 0;
     for (auto _ : state) {
-        vorn_kernel_ctx kctx{};
-        ub8 stats[2] = {}, code = 15;
-        while (code == 15) {
-            vorn_vec ro{}, vo{};
-            ro.data = rows_out.data();
-            ro.size = static_cast<ub4>(rows_out.size());
-            vo.data = values_out.data();
-            code = ctx().vorn_probe_kv_dydi(&ro, &vo, &hv, nullptr, &kvec, &d.tables[link]->kv, mode, &kctx, stats);
-            total += ro.size;
-        }
-        if (code != 0) state.SkipWithError("probe failed");
+        total = probe_entry(d.table(link), mode, o);
+        if (total == ~ub8{0}) state.SkipWithError("probe failed");
     }
     benchmark::DoNotOptimize(total);
     set_rates(state, static_cast<double>(kProbe), static_cast<double>(kProbe) * 12);
 }
 
-// The count of mode 1 by a plain walk of the idx or ptr chains, no prefetch.
-void probe_plain(benchmark::State &state, int link, ub4) {
+// The same loop as the kernel's, rows one at a time without the batch
+// prefetch of their bucket lines: the loop is run on one row per call, so
+// it never has 16 rows for a batch.
+template <vorn::kv::Link L, bool Prefetch, ub4 Op>
+ub8 probe_unbatched(const vorn_kv &kv, Outputs &o) {
     using namespace vorn::kv;
-    using vorn::load;
     Data &d = data();
-    const vorn_kv &kv = d.tables[link]->kv;
-    const BucketAddress address(&kv, nullptr);
-    const vorn_kv_region &r1 = kv.regions[1];
-    for (auto _ : state) {
-        ub8 count = 0;
-        for (ub8 i = 0; i < kProbe; ++i) {
-            const ub1 *b = address(d.probe_hashes[i]);
-            const ub4 key = d.probe_keys[i];
-            while (b != nullptr) {
-                const ub4 n = link == 0 ? load<ub4>(b) & 7 : load<ub2>(b + 8) & 7;
-                const ub1 *keys = b + (link == 0 ? 4 : 12);
-                for (ub4 e = 0; e < n; ++e) count += load<ub4>(keys + 4 * e) == key;
-                if (link == 0) {
-                    const ub8 l = load<ub4>(b) >> 3;
-                    b = l == 0 ? nullptr : r1.pages[(l - 1) >> r1.page_bits] + (((l - 1) << 6) & ((ub8{64} << r1.page_bits) - 1));
-                } else {
-                    b = reinterpret_cast<const ub1 *>(load<ub8>(b));
-                }
-            }
+    vorn_kernel_ctx kctx{};
+    const ProbeIo io{d.probe_hashes.data(), reinterpret_cast<const ub1 *>(d.probe_keys.data()), nullptr, 0, kOutRows,
+                     o.rows.data(), o.values.data(), nullptr, 0};
+    ub8 row = 0, stats[2] = {}, total = 0, n = 0;
+    while (row < kProbe) {
+        const ub8 code = probe_rows<VORN_KV_K4V4, L, Prefetch, false, kProbeSlot, Op>(&kv, row + 1, io, &row, &n,
+                                                                                     &kctx, stats);
+        if (code == 15) {
+            total += n;
+            n = 0;
         }
-        benchmark::DoNotOptimize(count);
     }
+    return total + n;
+}
+void probe_scalar(benchmark::State &state, int link, ub4 mode) {
+    using namespace vorn::kv;
+    Data &d = data();
+    Outputs o;
+    const vorn_kv &kv = d.table(link);
+    constexpr ub4 kEvery = probe_op("autorid_value"), kCount = probe_op("count");
+    ub8 total = 0;
+    for (auto _ : state) {
+        if (link == 0) total = mode == 0 ? probe_unbatched<kIdx, false, kEvery>(kv, o) : probe_unbatched<kIdx, false, kCount>(kv, o);
+        else if (link == 1) total = mode == 0 ? probe_unbatched<kPtr, false, kEvery>(kv, o) : probe_unbatched<kPtr, false, kCount>(kv, o);
+        else total = mode == 0 ? probe_unbatched<kPtr, true, kEvery>(kv, o) : probe_unbatched<kPtr, true, kCount>(kv, o);
+    }
+    benchmark::DoNotOptimize(total);
     set_rates(state, static_cast<double>(kProbe), static_cast<double>(kProbe) * 12);
 }
 
 #if VORN_HAVE_ABSL
+// Keys carry their precomputed hash, which the map uses as it is.
+using Key = std::pair<ub4, ub8>;
 struct Precomputed {
-    std::size_t operator()(const std::pair<ub4, ub8> &k) const { return k.second; }
+    std::size_t operator()(const Key &k) const { return k.second; }
 };
 struct KeyEq {
-    bool operator()(const std::pair<ub4, ub8> &a, const std::pair<ub4, ub8> &b) const { return a.first == b.first; }
+    bool operator()(const Key &a, const Key &b) const { return a.first == b.first; }
 };
-void probe_absl(benchmark::State &state, int, ub4) {
+using Map = absl::flat_hash_map<Key, ub4, Precomputed, KeyEq>;
+
+void absl_build(Map &m) {
     Data &d = data();
-    static absl::flat_hash_map<std::pair<ub4, ub8>, ub4, Precomputed, KeyEq> map = [&] {
-        absl::flat_hash_map<std::pair<ub4, ub8>, ub4, Precomputed, KeyEq> m;
-        m.reserve(kBuild);
-        for (ub8 i = 0; i < kBuild; ++i) m.emplace(std::pair<ub4, ub8>{d.build_keys[i], d.build_hashes[i]}, ub4(i));
-        return m;
-    }();
-    for (auto _ : state) {
-        ub8 found = 0;
-        for (ub8 i = 0; i < kProbe; ++i) found += map.find(std::pair<ub4, ub8>{d.probe_keys[i], d.probe_hashes[i]}) != map.end();
-        benchmark::DoNotOptimize(found);
+    m.reserve(kBuild);
+    for (ub8 i = 0; i < kBuild; ++i) m.emplace(Key{d.build_keys[i], d.build_hashes[i]}, static_cast<ub4>(i));
+}
+// Mode 0: identities and values of the matches into the output, emptied
+// when full; mode 1: the count.
+ub8 absl_probe(const Map &m, ub4 mode, Outputs &o) {
+    Data &d = data();
+    ub8 n = 0, total = 0;
+    for (ub8 i = 0; i < kProbe; ++i) {
+        const auto it = m.find(Key{d.probe_keys[i], d.probe_hashes[i]});
+        if (it == m.end()) continue;
+        if (mode == 0) {
+            if (n == kOutRows) {
+                total += n;
+                n = 0;
+            }
+            o.rows[n] = i;
+            o.values[n] = it->second;
+        }
+        ++n;
     }
+    return total + n;
+}
+Map &absl_map() {
+    static Map m = [] {
+        Map x;
+        absl_build(x);
+        return x;
+    }();
+    return m;
+}
+void probe_absl(benchmark::State &state, int, ub4 mode) {
+    Map &m = absl_map();
+    Outputs o;
+    ub8 total = 0;
+    for (auto _ : state) total = absl_probe(m, mode, o);
+    benchmark::DoNotOptimize(total);
     set_rates(state, static_cast<double>(kProbe), static_cast<double>(kProbe) * 12);
 }
+void join_absl(benchmark::State &state) {
+    Outputs o;
+    ub8 total = 0;
+    for (auto _ : state) {
+        Map m;
+        absl_build(m);
+        total = absl_probe(m, 0, o);
+    }
+    benchmark::DoNotOptimize(total);
+    set_rates(state, static_cast<double>(kBuild + kProbe), static_cast<double>(kBuild + kProbe) * 12);
+}
 #endif
+
+// A whole join: the table is emptied (the host's zeroed pages), built from
+// the 16M rows and probed by the 64M in mode 0, with the link and prefetch
+// bit that the layout chooses for a table of a million overflow buckets
+// or more (ptr_prefetch at these sizes).
+void join_kernel(benchmark::State &state) {
+    Data &d = data();
+    Outputs o;
+    Table t(false, 1u << 20);
+    ub8 total = 0;
+    for (auto _ : state) {
+        t.clear();
+        t.build(d.build_keys, d.build_hashes);
+        total = probe_entry(t.kv, 0, o);
+    }
+    benchmark::DoNotOptimize(total);
+    set_rates(state, static_cast<double>(kBuild + kProbe), static_cast<double>(kBuild + kProbe) * 12);
+}
 
 void read_input(benchmark::State &state, int, ub4) {
     Data &d = data();
@@ -200,20 +321,38 @@ void read_input(benchmark::State &state, int, ub4) {
     }
     set_rates(state, static_cast<double>(kProbe), static_cast<double>(kProbe) * 12);
 }
+void read_join_input(benchmark::State &state) {
+    Data &d = data();
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(stream_read(d.build_hashes.data(), kBuild * 8));
+        benchmark::DoNotOptimize(stream_read(d.build_keys.data(), kBuild * 4));
+        benchmark::DoNotOptimize(stream_read(d.probe_hashes.data(), kProbe * 8));
+        benchmark::DoNotOptimize(stream_read(d.probe_keys.data(), kProbe * 4));
+    }
+    set_rates(state, static_cast<double>(kBuild + kProbe), static_cast<double>(kBuild + kProbe) * 12);
+}
+
+std::string size_name() { return std::to_string(kProbe >> 20) + "Mx" + std::to_string(kBuild >> 20) + "M"; }
 
 const bool registered = [] {
     const char *links[] = {"idx", "ptr", "ptr_prefetch"};
     for (int link = 0; link < 3; ++link) {
         for (ub4 mode : {0u, 1u}) {
-            const std::string group = std::string("k4v4_fixed4_") + links[link] + "_mode" + std::to_string(mode) + "/4M";
-            register_row(group, "kernel", probe_kernel, link, mode)->Unit(benchmark::kMillisecond);
-            if (link < 2) register_row(group, "scalar", probe_plain, link, mode)->Unit(benchmark::kMillisecond);
+            const std::string group = std::string("k4v4_") + links[link] + "_mode" + std::to_string(mode) + "/" + size_name();
+            register_row(group, "kernel", probe_kernel, link, mode)->Unit(benchmark::kMillisecond)->Iterations(1);
+            register_row(group, "scalar", probe_scalar, link, mode)->Unit(benchmark::kMillisecond)->Iterations(1);
 #if VORN_HAVE_ABSL
-            register_row(group, "peer_absl", probe_absl, link, mode)->Unit(benchmark::kMillisecond);
+            register_row(group, "peer", probe_absl, link, mode)->Unit(benchmark::kMillisecond)->Iterations(1);
 #endif
-            register_row(group, "bandwidth", read_input, link, mode)->Unit(benchmark::kMillisecond);
+            register_row(group, "bandwidth", read_input, link, mode)->Unit(benchmark::kMillisecond)->Iterations(1);
         }
     }
+    const std::string join = "k4v4_join_build_probe/" + size_name();
+    register_row(join, "kernel", join_kernel)->Unit(benchmark::kMillisecond)->Iterations(1);
+#if VORN_HAVE_ABSL
+    register_row(join, "peer", join_absl)->Unit(benchmark::kMillisecond)->Iterations(1);
+#endif
+    register_row(join, "bandwidth", read_join_input)->Unit(benchmark::kMillisecond)->Iterations(1);
     return true;
 }();
 

@@ -19,6 +19,7 @@
 #include <thread>
 
 #include "frame/base.h"
+#include "kv/kv_probe_entries.h"
 #include "support/kv_model.h"
 #include "support/kv_table.h"
 #include "support/test_host.h"
@@ -141,13 +142,8 @@ Result run_mode(const Joined &j, Vecs &v, const std::vector<ub8> *ids, ub4 mode,
     }
     vorn_kernel_ctx ctx{};
     for (int guard = 0; guard < 100000; ++guard) {
-        vorn_vec ro{}, vo{};
-        ro.data = rows_out.data();
-        ro.size = static_cast<ub4>(cap);
-        vo.data = values_out.data();
-        vo.size = static_cast<ub4>(cap);
-        vo.res_bv = bv;
-        vo.base_rid = static_cast<ub4>(bv_base);
+        vorntest::ProbeOutputs out(rows_out.data(), values_out.data(), cap, bv, bv_base);
+        vorn_vec &ro = out.rows, &vo = out.values;
         const ub8 code = vorntest::ctx().vorn_probe_kv_dydi(&ro, &vo, &v.hash_vec, &rows, &v.key_vec, &j.table->kv,
                                                             mode, &ctx, stats);
         if (code_out != nullptr) *code_out = code;
@@ -541,6 +537,63 @@ TEST(ProbeScan, Refusals) {
     ub8 stats[2] = {}, code = 0;
     run_mode(*idx, v, nullptr, 8, 64, nullptr, 0, stats, &code);
     EXPECT_EQ(code, 2u);
+}
+
+// The named probes that the entry hands a call to give what the entry
+// gives, called directly; the vectors are judged before the mode.
+TEST(Probe, NamedProbesServeTheEntry) {
+    struct Named {
+        ub4 kind, form;
+        bool hash32;
+        decltype(&vorn_kv_probe_k4v4_gd_gd) fn;
+    };
+    const Named cases[] = {
+        {VORN_KV_K4V4, VORN_KV_FORM_CODES, false, vorn_kv_probe_k4v4_gd_gd},
+        {VORN_KV_K4, VORN_KV_FORM_CODES, true, vorn_kv_probe_k4_gdhc_gd},
+        {VORN_KV_K8V4, VORN_KV_FORM_KEYS, false, vorn_kv_probe_k8v4_hash64_fixed},
+        {VORN_KV_K6, VORN_KV_FORM_KEYS, true, vorn_kv_probe_k6_hash32_fixed},
+        {VORN_KV_K12V4, VORN_KV_FORM_KEYS, true, vorn_kv_probe_k12v4_hash32_fixed},
+    };
+    for (const Named &c : cases) {
+        std::mt19937_64 rng(c.kind);
+        auto j = build_table(rng, c.kind, false, false, c.hash32, 200, 90, 7, c.form);
+        std::vector<ub8> keys;
+        for (int i = 0; i < 120; ++i) keys.push_back(rng() % 110);
+        Vecs v;
+        fill_vecs(v, *j, keys, 7);
+        for (ub4 mode : {0u, 1u}) {
+            std::vector<ub8> a(4096), b(4096), av(4096), bv(4096);
+            vorn_vec ra{}, va{}, rb{}, vb{};
+            ra.data = a.data();
+            ra.size = 4096;
+            va.data = av.data();
+            rb.data = b.data();
+            rb.size = 4096;
+            vb.data = bv.data();
+            vorn_kernel_ctx ca{}, cb{};
+            ub8 sa[2] = {}, sb[2] = {};
+            EXPECT_EQ(vorntest::ctx().vorn_probe_kv_dydi(&ra, &va, &v.hash_vec, nullptr, &v.key_vec, &j->table->kv, mode,
+                                                         &ca, sa),
+                      0u);
+            EXPECT_EQ(c.fn(&rb, &vb, &v.hash_vec, nullptr, &v.key_vec, &j->table->kv, mode, &cb, sb), 0u);
+            EXPECT_EQ(ra.size, rb.size);
+            EXPECT_EQ(a, b);
+            EXPECT_EQ(av, bv);
+            EXPECT_EQ(sa[0], sb[0]);
+            EXPECT_GT(sa[0], 0u);
+        }
+    }
+    // No key column for a table of key bytes: 2, whatever the mode.
+    std::mt19937_64 rng(1);
+    auto j = build_table(rng, VORN_KV_K4V4, false, false, false, 20, 20, 7);
+    Vecs v;
+    std::vector<ub8> keys = {1, 2};
+    fill_vecs(v, *j, keys, 7);
+    vorn_vec ro{}, vo{};
+    vorn_kernel_ctx ctx{};
+    ub8 stats[2] = {};
+    EXPECT_EQ(vorntest::ctx().vorn_probe_kv_dydi(&ro, &vo, &v.hash_vec, nullptr, nullptr, &j->table->kv, 12, &ctx, stats), 2u);
+    EXPECT_EQ(vorntest::ctx().vorn_probe_kv_dydi(&ro, &vo, &v.hash_vec, nullptr, &v.key_vec, &j->table->kv, 12, &ctx, stats), 14u);
 }
 
 }  // namespace

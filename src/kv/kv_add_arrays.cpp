@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "frame/fail.h"
+#include "kv/kv_array_format.h"
 #include "kv/kv_bucket_add.h"
 #include "kv/kv_entries.h"
 
@@ -51,9 +52,7 @@ VORN_INLINE ub8 request(vorn_kv *kv, ub4 region, ub8 units, ub8 *id, vorn_kv_gro
     return code;
 }
 
-VORN_INLINE ub1 *unit_address(const vorn_kv_region &r, ub8 id, ub4 unit_bytes) {
-    return r.pages[id >> r.page_bits] + (id & ((ub8{1} << r.page_bits) - 1)) * unit_bytes;
-}
+VORN_INLINE ub1 *unit_address(const vorn_kv_region &r, ub8 id, ub4 unit_bytes) { return array_unit(r, id, unit_bytes); }
 
 // The next chunk's capacity: the golden ratio of the last, plus two, up to 4000.
 VORN_INLINE ub4 grown_capacity(ub4 capacity) {
@@ -71,12 +70,9 @@ struct Arid4 {
     static constexpr ub4 kPageBits = kArid4PageBits;
     static constexpr ub4 kListUnit = kArid4ListBytes;
     static constexpr ub4 kChunkUnit = 2;
-    static constexpr ub4 kChunkHead = 12;
+    static constexpr ub4 kChunkHead = kArid4ChunkHead;
 
-    VORN_INLINE static ub1 *element(const vorn_kv *kv, ub4 key) {
-        return kv->regions[0].pages[key >> kPageBits] +
-               ((key & ((1u << kPageBits) - 1)) >> 3) * kArid4ElementBytes;
-    }
+    VORN_INLINE static ub1 *element(const vorn_kv *kv, ub4 key) { return arid4_element(kv, key); }
 
     static ub8 append2(vorn_kv *kv, ub1 *elem, ub1 bit, ub1 *word, ub4 w, ub8 rid, vorn_kv_grow_fn grow,
                        ub8 *status) {
@@ -165,12 +161,10 @@ template <bool Unique>
 struct Arid8 {
     static constexpr ub4 kPageBits = kArid8PageBits;
     static constexpr ub4 kUnit = 8;
-    static constexpr ub4 kChunkHead = 16;
-    static constexpr ub8 kChainEnd = 1;
+    static constexpr ub4 kChunkHead = kArid8ChunkHead;
+    static constexpr ub8 kChainEnd = kArid8ChainEnd;
 
-    VORN_INLINE static ub1 *element(const vorn_kv *kv, ub4 key) {
-        return kv->regions[0].pages[key >> kPageBits] + (key & ((1u << kPageBits) - 1)) * 8;
-    }
+    VORN_INLINE static ub1 *element(const vorn_kv *kv, ub4 key) { return arid8_word(kv, key); }
 
     static ub8 new_chunk(vorn_kv *kv, ub4 capacity, ub1 **chunk, vorn_kv_grow_fn grow, ub8 *status) {
         ub8 id;
@@ -244,9 +238,7 @@ template <bool Unique>
 struct Acnt {
     static constexpr ub4 kPageBits = kAcntPageBits;
 
-    VORN_INLINE static ub1 *element(const vorn_kv *kv, ub4 key) {
-        return kv->regions[0].pages[key >> kPageBits] + ((key & ((1u << kPageBits) - 32)) >> 5) * 8;
-    }
+    VORN_INLINE static ub1 *element(const vorn_kv *kv, ub4 key) { return acnt_element(kv, key); }
 
     VORN_INLINE static ub8 add(vorn_kv *kv, ub1 *elem, ub4 key, ub8, vorn_kv_grow_fn, ub8 *status) {
         const ub4 bit = 1u << (key & 31);

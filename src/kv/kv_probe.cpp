@@ -1,61 +1,39 @@
 // kv_probe.cpp - vorn_probe_kv_dydi: looks once at the table's kind, form
-// and link and at the vectors and the mode, picks the one probe member that
-// fits, and runs it.  Keys not yet in slot form are staged block by block
-// into a stack buffer first, as the build stages them.
+// and link and at the vectors, and hands the call to the one probe that
+// fits: a low-level member straight from here (tag tables, key-only kinds
+// with 64-bit hashes), or a vorn_kv_probe_* function named by kind and key
+// source, which then picks its loop by the mode and the link.  Keys not
+// yet in slot form are staged block by block into a stack buffer first,
+// as the build stages them.
 //
-// Where the outputs go:
-// - rows_out->data: ub8 identities; values_out->data: values in the kind's
-//   width.  The capacity is rows_out->size (values_out->size without
-//   rows_out); on return that field holds the rows written by this call.
-// - Count modes (1, 4, 6, 8, 10) write their total into that same size.
-// - Modes 7, 10, 11: the bit vector is values_out->res_bv and its base
-//   values_out->base_rid.
-// - rows: VORN_AUTORID gives base_rid + row; otherwise ub8 identities in
-//   data.  Absent: row numbers from 0.
-#include <utility>
-
-#include "kv/kv_build.h"
-#include "kv/kv_probe.h"
-#include "kv/kv_probe_entries.h"
+// Codes: 2 where no probe fits the table and the vectors (judged first),
+// then 14 for a mode the table lacks, 15 when the output is full.  The
+// vectors are described in kv_probe_call.h.
+#include "kv/kv_probe_named.h"
 
 namespace vorn::kv {
-namespace {
-
-using ProbeFn = decltype(&vorn_kv_ll_probe_k4v4_fixed_hash64_payload_value_idx);
-enum : ub4 { kLinkIdx = 0, kLinkPtr = 1, kLinkPrefetch = 2 };
-
-struct ProbeTable {
-    ProbeFn fn[16][kProbeOps][3] = {};
-    constexpr ProbeFn at(ub4 kind, ub4 op, ub4 link) const {
-        return kind < 16 && op < kProbeOps ? fn[kind][op][link] : nullptr;
-    }
-};
-
-constexpr bool same_text(const char *a, const char *b) {
-    while (*a != 0 && *a == *b) ++a, ++b;
-    return *a == *b;
-}
 
 #define VORN_KV_TAKE_PROBE(kind, input, op)                                                     \
-    if (same_text(#input, input_name)) {                                                        \
+    if (name_has(#input, input_name) && name_has(input_name, #input)) {                         \
         auto &slot = t.fn[kind_number(#kind)][probe_op(#op)];                                   \
         slot[kLinkIdx] = &vorn_kv_ll_probe_##kind##_##input##_##op##_idx;                       \
         slot[kLinkPtr] = &vorn_kv_ll_probe_##kind##_##input##_##op##_ptr;                       \
         slot[kLinkPrefetch] = &vorn_kv_ll_probe_##kind##_##input##_##op##_ptr_prefetch;         \
     }
 #define VORN_KV_TAKE_PROBE_PTR(kind, input, op)                                                 \
-    if (same_text(#input, input_name)) {                                                        \
+    if (name_has(#input, input_name) && name_has(input_name, #input)) {                         \
         auto &slot = t.fn[kind_number(#kind)][probe_op(#op)];                                   \
         slot[kLinkPtr] = &vorn_kv_ll_probe_##kind##_##input##_##op##_ptr;                       \
         slot[kLinkPrefetch] = &vorn_kv_ll_probe_##kind##_##input##_##op##_ptr_prefetch;         \
     }
-
+namespace {
 constexpr ProbeTable probe_members(const char *input_name) {
     ProbeTable t;
     VORN_KV_PROBE_LINKED_MEMBERS(VORN_KV_TAKE_PROBE)
     VORN_KV_PROBE_MUTKV_MEMBERS(VORN_KV_TAKE_PROBE_PTR)
     return t;
 }
+}  // namespace
 #undef VORN_KV_TAKE_PROBE
 #undef VORN_KV_TAKE_PROBE_PTR
 
@@ -63,48 +41,6 @@ constexpr ProbeTable kHash64Value = probe_members("hash64value");
 constexpr ProbeTable kHash32Value = probe_members("hash32value");
 constexpr ProbeTable kFixedHash64 = probe_members("fixed_hash64");
 
-// The loops that stand inline rather than as named members: 32-bit hashes
-// over slots (fixed keys) and ub4 dictionary codes, which are 4-byte slots.
-template <ub4 K, Link L, bool PF, ub4 Op>
-ub8 inline_probe_hash32(const vorn_kv *kv, ub8 rows, const void *hashes, const ub1 *keys, const ub8 *payload,
-                        ub8 base_rid, ub8 capacity, ub8 *rows_out, void *values_out, ub8 *bv, ub8 bv_base,
-                        ub8 *row_reached, ub8 *out_count, vorn_kernel_ctx *ctx, ub8 *stats) {
-    const ProbeIo io{hashes, keys, payload, base_rid, capacity, rows_out, values_out, bv, bv_base};
-    return probe_rows<K, L, PF, true, kProbeSlot, Op>(kv, rows, io, row_reached, out_count, ctx, stats);
-}
-// Only the ops a mode can pick for the kind: value kinds write values or
-// count, key-only kinds never touch values.
-template <ub4 K, ub4 Op>
-constexpr bool op_fits_kind() {
-    constexpr ProbeOp o = probe_op_traits(Op);
-    if (kBucketKinds[K].value_bytes == 0) return !(o.value || o.segbv || o.mutkv);
-    return o.value || (o.count && !o.distinct && !o.nonmatch);
-}
-template <ub4 K, ub4 Op, ub4 LinkNo>
-constexpr ProbeFn inline_member() {
-    constexpr ProbeOp o = probe_op_traits(Op);
-    if constexpr (!op_fits_kind<K, Op>() || (o.mutkv && LinkNo == kLinkIdx)) {
-        return nullptr;
-    } else {
-        return &inline_probe_hash32<K, LinkNo == kLinkIdx ? kIdx : kPtr, LinkNo == kLinkPrefetch, Op>;
-    }
-}
-template <ub4 K, ub4... Ops>
-constexpr void take_inline(ProbeTable &t, std::integer_sequence<ub4, Ops...>) {
-    ((t.fn[K][Ops][kLinkIdx] = inline_member<K, Ops, kLinkIdx>(),
-      t.fn[K][Ops][kLinkPtr] = inline_member<K, Ops, kLinkPtr>(),
-      t.fn[K][Ops][kLinkPrefetch] = inline_member<K, Ops, kLinkPrefetch>()),
-     ...);
-}
-template <ub4... Kinds>
-constexpr ProbeTable inline_members() {
-    ProbeTable t;
-    (take_inline<Kinds>(t, std::make_integer_sequence<ub4, kProbeOps>{}), ...);
-    return t;
-}
-constexpr ProbeTable kFixedHash32 = inline_members<3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 15>();
-
-// The op of a mode for a table with or without values; kProbeOps: none.
 ub4 mode_op(ub4 mode, bool value_kind, bool autorid) {
     const char *name = nullptr;
     switch (mode) {
@@ -130,52 +66,22 @@ ub4 mode_op(ub4 mode, bool value_kind, bool autorid) {
     return name != nullptr ? probe_op(name) : kProbeOps;
 }
 
-// One call: the vectors, the member, and the running output count.
-struct Probe {
-    vorn_vec *rows_out, *values_out, *hash_vec, *rows, *key_vec;
-    const vorn_kv *kv;
-    vorn_kernel_ctx *ctx;
-    ub8 *stats;
-    ProbeFn fn;
-    ub8 written;
+namespace {
 
-    vorn_vec *size_vec() const { return rows_out != nullptr ? rows_out : values_out; }
-    // Rows [first, first + n) with their key slots; *done the rows finished.
-    ub8 run(ub8 first, ub8 n, const ub1 *slots, ub8 *done) {
-        const bool autorid = rows == nullptr || is_autorid(rows);
-        const ub8 *payload = autorid ? nullptr : static_cast<const ub8 *>(rows->data) + first;
-        const ub8 base = autorid ? (rows != nullptr ? rows->base_rid : 0) + first : 0;
-        const ub4 hash_bytes = width_code(hash_vec) == kWidth32 ? 4 : 8;
-        const vorn_vec *sv = size_vec();
-        const ub8 capacity = sv != nullptr ? sv->size : 0;
-        ub8 pos = 0;
-        const ub8 code =
-            fn(kv, n, static_cast<const ub1 *>(hash_vec->data) + first * hash_bytes, slots, payload, base, capacity,
-               rows_out != nullptr ? static_cast<ub8 *>(rows_out->data) : nullptr,
-               values_out != nullptr ? values_out->data : nullptr, values_out != nullptr ? values_out->res_bv : nullptr,
-               values_out != nullptr ? values_out->base_rid : 0, &pos, &written, ctx, stats);
-        *done = pos;
-        return code;
-    }
-    ub8 finish(ub8 code) {
-        if (vorn_vec *sv = size_vec()) sv->size = static_cast<ub4>(written);
-        return code;
-    }
-};
-
-// Keys already in slot form (fixed columns of the slot's width, codes, or
-// tags): the member runs once over all remaining rows.
-ub8 run_direct(Probe &p, const ub1 *slots, ub4 slot_bytes) {
-    const ub8 first = p.ctx->row_pos;
-    ub8 done = 0;
-    const ub8 code = p.run(first, p.hash_vec->size - first, slots != nullptr ? slots + first * slot_bytes : nullptr, &done);
-    p.ctx->row_pos = static_cast<ub4>(first + done);
-    return p.finish(code);
+// Rows [first, first + n) with their key slots; *done the rows finished.
+ub8 run_block(ProbeCall &p, ProbeFn fn, ub8 first, ub8 n, const ub1 *slots, ub8 *done) {
+    const ub4 hash_bytes = width_code(p.hash_vec) == kWidth32 ? 4 : 8;
+    ub8 pos = 0;
+    const ub8 code = fn(p.kv, n, static_cast<const ub1 *>(p.hash_vec->data) + first * hash_bytes, slots,
+                        p.payload(first), p.base_rid(first), p.capacity(), p.rows_data(), p.values_data(), p.bv(),
+                        p.bv_base(), &pos, &p.written, p.ctx, p.stats);
+    *done = pos;
+    return code;
 }
 
 // Keys staged into slots of Slot bytes block by block.
 template <ub4 Slot>
-ub8 run_staged(Probe &p, bool var_keys) {
+ub8 run_staged(ProbeCall &p, ProbeFn fn, bool var_keys) {
     alignas(64) ub1 buffer[kStageSlots * Slot];
     const ub8 rows = p.hash_vec->size;
     ub8 row = p.ctx->row_pos;
@@ -186,7 +92,7 @@ ub8 run_staged(Probe &p, bool var_keys) {
         if (var_keys) stage_var_keys<Slot>(buffer, p.key_vec, row, n);
         else slots = stage_fixed_keys<Slot>(buffer, p.key_vec, row, n);
         ub8 done = 0;
-        const ub8 code = p.run(row, n, slots, &done);
+        const ub8 code = run_block(p, fn, row, n, slots, &done);
         row += done;
         if (code != 0) {
             p.ctx->row_pos = static_cast<ub4>(row);
@@ -197,66 +103,143 @@ ub8 run_staged(Probe &p, bool var_keys) {
     return p.finish(0);
 }
 
-ub8 run_key_bytes(Probe &p, ub4 key_bytes) {
+}  // namespace
+
+ub8 run_direct(ProbeCall &p, ProbeFn fn, const ub1 *slots, ub4 slot_bytes) {
+    const ub8 first = p.ctx->row_pos;
+    ub8 done = 0;
+    const ub8 code =
+        run_block(p, fn, first, p.hash_vec->size - first, slots != nullptr ? slots + first * slot_bytes : nullptr, &done);
+    p.ctx->row_pos = static_cast<ub4>(first + done);
+    return p.finish(code);
+}
+
+ub8 run_key_bytes(ProbeCall &p, ProbeFn fn, ub4 key_bytes) {
     const bool var_keys = has_flag(p.key_vec, VORN_LEN_PTR) || has_flag(p.key_vec, VORN_PTR_LEN);
     if (!var_keys && ((p.key_vec->enc_ctx->bit_width + 7) >> 3) == key_bytes) {
-        return run_direct(p, static_cast<const ub1 *>(p.key_vec->data), key_bytes);
+        return run_direct(p, fn, static_cast<const ub1 *>(p.key_vec->data), key_bytes);
     }
     switch (key_bytes) {
-        case 4: return run_staged<4>(p, var_keys);
-        case 6: return run_staged<6>(p, var_keys);
-        case 8: return run_staged<8>(p, var_keys);
-        case 10: return run_staged<10>(p, var_keys);
-        case 12: return run_staged<12>(p, var_keys);
+        case 4: return run_staged<4>(p, fn, var_keys);
+        case 6: return run_staged<6>(p, fn, var_keys);
+        case 8: return run_staged<8>(p, fn, var_keys);
+        case 10: return run_staged<10>(p, fn, var_keys);
+        case 12: return run_staged<12>(p, fn, var_keys);
         default: return 2;
     }
+}
+
+namespace {
+
+// The key shape and hash width of a named probe, read from its source name.
+constexpr KeyShape source_shape(const char *source) {
+    return name_has(source, "lp") ? KeyShape::kStaged : name_has(source, "fixed") ? KeyShape::kFixed : KeyShape::kCodes;
+}
+constexpr HashWidth source_width(const char *source) {
+    return name_has(source, "lp") ? HashWidth::kByColumn
+           : (name_has(source, "hash32") || name_has(source, "gdhc")) ? HashWidth::k32
+                                                                      : HashWidth::k64;
+}
+
+using EntryFn = decltype(&vorn_probe_kv_dydi);
+// The named probes by kind and source; null where the kind has none.
+struct NamedProbes {
+    EntryFn gd_gd[16] = {}, gdhc_gd[16] = {}, lp_direct[16] = {}, lpsep_direct[16] = {}, hash64_fixed[16] = {},
+            hash32_fixed[16] = {};
+};
+constexpr NamedProbes named_probes() {
+    NamedProbes n;
+#define VORN_KV_TAKE_NAMED(kind, source) n.source[kind_number(#kind)] = &vorn_kv_probe_##kind##_##source;
+    VORN_KV_PROBE_SLOT_FUNCTIONS(VORN_KV_TAKE_NAMED)
+#undef VORN_KV_TAKE_NAMED
+    return n;
+}
+constexpr NamedProbes kNamed = named_probes();
+
+// Key-only kinds with staged keys or fixed keys and 64-bit hashes run their
+// low-level member straight from the entry.
+template <ub4 Kind>
+constexpr EntryFn key_only_slots(bool by_column) {
+    return by_column ? &probe_slots<Kind, KeyShape::kStaged, HashWidth::kByColumn>
+                     : &probe_slots<Kind, KeyShape::kFixed, HashWidth::k64>;
+}
+constexpr EntryFn key_only_probe(ub4 kind, bool staged) {
+    switch (kind) {
+        case VORN_KV_K4: return key_only_slots<VORN_KV_K4>(staged);
+        case VORN_KV_K6: return key_only_slots<VORN_KV_K6>(staged);
+        case VORN_KV_K8: return key_only_slots<VORN_KV_K8>(staged);
+        case VORN_KV_K12: return key_only_slots<VORN_KV_K12>(staged);
+        default: return nullptr;
+    }
+}
+
+// The probe of a bucket table of forms 1 to 3 for these vectors, or null.
+EntryFn choose_slot_probe(ub4 form, ub4 kind, const vorn_vec *hash_vec, const vorn_vec *key_vec) {
+    const ub4 wc = width_code(hash_vec);
+    const bool value_kind = kBucketKinds[kind].value_bytes != 0;
+    if (form == VORN_KV_FORM_CODES) {
+        if (!has_flag(key_vec, VORN_KEY32)) return nullptr;
+        return wc == kWidth64 ? kNamed.gd_gd[kind] : wc == kWidth32 ? kNamed.gdhc_gd[kind] : nullptr;
+    }
+    if (key_vec == nullptr || key_vec->enc_ctx == nullptr) return nullptr;
+    if (has_flag(key_vec, VORN_LEN_PTR) || has_flag(key_vec, VORN_PTR_LEN)) {
+        if (!value_kind) return key_only_probe(kind, true);
+        return has_flag(key_vec, VORN_LEN_PTR) ? kNamed.lp_direct[kind] : kNamed.lpsep_direct[kind];
+    }
+    if (!has_flag(key_vec, VORN_FIXED)) return nullptr;
+    if (wc == kWidth32) return kNamed.hash32_fixed[kind];
+    if (wc != kWidth64) return nullptr;
+    return value_kind ? kNamed.hash64_fixed[kind] : key_only_probe(kind, false);
 }
 
 }  // namespace
 }  // namespace vorn::kv
 
-extern "C" ub8 vorn_probe_kv_dydi(vorn_vec *rows_out, vorn_vec *values_out, vorn_vec *hash_vec, vorn_vec *rows,
-                                  vorn_vec *key_vec, vorn_kv *kv, ub4 mode, vorn_kernel_ctx *ctx, ub8 *stats) {
-    using namespace vorn::kv;
+extern "C" {
+
+using namespace vorn::kv;
+
+#define VORN_KV_DEFINE_NAMED(kind, source)                                                                        \
+    VORN_KV_PROBE_ENTRY_SIGNATURE(vorn_kv_probe_##kind##_##source) {                                              \
+        return probe_slots<kind_number(#kind), source_shape(#source), source_width(#source)>(                    \
+            rows_out, values_out, hash_vec, rows, key_vec, kv, mode, ctx, stats);                                 \
+    }
+VORN_KV_PROBE_SLOT_FUNCTIONS(VORN_KV_DEFINE_NAMED)
+#undef VORN_KV_DEFINE_NAMED
+
+ub8 vorn_probe_kv_dydi(vorn_vec *rows_out, vorn_vec *values_out, vorn_vec *hash_vec, vorn_vec *rows,
+                       vorn_vec *key_vec, vorn_kv *kv, ub4 mode, vorn_kernel_ctx *ctx, ub8 *stats) {
     const ub4 kind = VORN_KV_KIND(kv->flags);
     const ub4 form = VORN_KV_FORM(kv->flags);
-    if (form > VORN_KV_FORM_COUNTS || hash_vec == nullptr || kind >= 16) return 2;
-    if (form >= VORN_KV_FORM_RIDS) return 2;  // array tables: not served by this entry yet
-    const BucketKind &d = kBucketKinds[kind];
-    if (!d.exists()) return 2;
-    const bool value_kind = d.value_bytes != 0;
-    const bool autorid = rows == nullptr || is_autorid(rows);
-    const ub4 link = (kv->flags & VORN_KV_PTR) == 0 ? kLinkIdx : (kv->flags & VORN_KV_PREFETCH) ? kLinkPrefetch : kLinkPtr;
-    const ub4 wc = width_code(hash_vec);
-    Probe p{rows_out, values_out, hash_vec, rows, key_vec, kv, ctx, stats, nullptr, 0};
+    if (form == VORN_KV_FORM_RIDS) {
+        if (kind == VORN_KV_K4V4)
+            return vorn_kv_probe_k4v4_gd_array_arid4(rows_out, values_out, hash_vec, rows, key_vec, kv, mode, ctx, stats);
+        if (kind == VORN_KV_K4V8)
+            return vorn_kv_probe_k4v8_gd_array_arid8(rows_out, values_out, hash_vec, rows, key_vec, kv, mode, ctx, stats);
+        return 2;
+    }
+    if (form == VORN_KV_FORM_COUNTS) {
+        if (kind == VORN_KV_K4)
+            return vorn_kv_probe_k4_gd_array_acnt(rows_out, values_out, hash_vec, rows, key_vec, kv, mode, ctx, stats);
+        return 2;
+    }
+    if (form > VORN_KV_FORM_COUNTS || hash_vec == nullptr || kind >= 16 || !kBucketKinds[kind].exists()) return 2;
 
     if (form == VORN_KV_FORM_TAGS) {
+        // Tag tables have the one mode of every match.
         if (!has_flag(hash_vec, VORN_ALIGNED)) return 2;
+        const ub4 wc = width_code(hash_vec);
         const ProbeTable *t = wc == kWidth64 ? &kHash64Value : wc == kWidth32 ? &kHash32Value : nullptr;
-        if (t == nullptr || t->at(kind, probe_op("payload_value"), link) == nullptr) return 2;
+        if (t == nullptr || t->at(kind, probe_op("payload_value"), table_link(kv)) == nullptr) return 2;
         if (mode != 0) return 14;
-        p.fn = t->at(kind, mode_op(0, true, autorid), link);
+        ProbeCall p{rows_out, values_out, hash_vec, rows, key_vec, kv, ctx, stats};
+        const ProbeFn fn = t->at(kind, mode_op(0, true, p.autorid()), table_link(kv));
         if (ctx->row_pos >= hash_vec->size) return p.finish(0);
-        return run_direct(p, nullptr, 0);
+        return run_direct(p, fn, nullptr, 0);
     }
-    if (mode > 11) return 14;
-    const ub4 op = mode_op(mode, value_kind, autorid);
-    if (op >= kProbeOps) return 14;
-    if (form == VORN_KV_FORM_CODES) {
-        if (!has_flag(key_vec, VORN_KEY32) || (kind != VORN_KV_K4 && kind != VORN_KV_K4V4 && kind != VORN_KV_K4V8))
-            return 2;
-        // Codes are the 4-byte slots of these kinds; both hash widths run inline.
-        p.fn = wc == kWidth64 ? kFixedHash64.at(kind, op, link) : wc == kWidth32 ? kFixedHash32.at(kind, op, link) : nullptr;
-        if (p.fn == nullptr) return 2;
-        if (ctx->row_pos >= hash_vec->size) return p.finish(0);
-        return run_direct(p, static_cast<const ub1 *>(key_vec->data), 4);
-    }
-    // Forms 1 and 3: keys in slots.
-    if (key_vec == nullptr || key_vec->enc_ctx == nullptr) return 2;
-    const bool var_keys = has_flag(key_vec, VORN_LEN_PTR) || has_flag(key_vec, VORN_PTR_LEN);
-    if (!var_keys && !has_flag(key_vec, VORN_FIXED)) return 2;
-    p.fn = wc == kWidth64 ? kFixedHash64.at(kind, op, link) : wc == kWidth32 ? kFixedHash32.at(kind, op, link) : nullptr;
-    if (p.fn == nullptr) return 2;
-    if (ctx->row_pos >= hash_vec->size) return p.finish(0);
-    return run_key_bytes(p, d.key_bytes);
+    const EntryFn fn = choose_slot_probe(form, kind, hash_vec, key_vec);
+    if (fn == nullptr) return 2;
+    return fn(rows_out, values_out, hash_vec, rows, key_vec, kv, mode, ctx, stats);
 }
+
+}  // extern "C"

@@ -181,19 +181,31 @@ ub8 probe_rows(const vorn_kv *kv, ub8 rows, const ProbeIo &io, ub8 *row_reached,
             if constexpr (Prefetch) {
                 if (next != nullptr) prefetch_read(next);
             }
+            // Marking members read the bucket through a copy whose word at
+            // byte 8 (count, matched flags, the first key bytes) is loaded
+            // atomically: other threads may be OR-ing flags into it.
+            const ub1 *view = b;
+            alignas(16) ub1 snapshot[O.mutkv ? kBucketBytes : 1];
+            if constexpr (O.mutkv) {
+                const ub8 word = __atomic_load_n(reinterpret_cast<const ub8 *>(b + 8), __ATOMIC_RELAXED);
+                std::memcpy(snapshot, b, 8);
+                std::memcpy(snapshot + 8, &word, 8);
+                std::memcpy(snapshot + 16, b + 16, kBucketBytes - 16);
+                view = snapshot;
+            }
             // Tags compare every slot (an empty one is 0 and never matches).
-            const ub4 count = Key == kProbeTag ? E : (L == kIdx ? load<ub4>(b) : load<ub2>(b + 8)) & D.count_mask();
+            const ub4 count = Key == kProbeTag ? E : (L == kIdx ? load<ub4>(view) : load<ub2>(view + 8)) & D.count_mask();
             ub4 mask = 0;
             ub4 e = 0;
             if constexpr (kWideCount) {
                 const __m128i k = _mm_set1_epi32(static_cast<int>(load<ub4>(key)));
                 for (; e + 4 <= count; e += 4) {
-                    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(b + D.key_offset(L, e)));
+                    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(view + D.key_offset(L, e)));
                     found += static_cast<ub8>(_mm_popcnt_u32(_mm_movemask_ps(_mm_castsi128_ps(_mm_cmpeq_epi32(v, k)))));
                 }
             }
             for (; e < count; ++e) {
-                if (!key_equal<KB>(key, b + D.key_offset(L, e))) continue;
+                if (!key_equal<KB>(key, view + D.key_offset(L, e))) continue;
                 ++found;
                 if constexpr (O.count) {
                     // counted below
@@ -202,9 +214,9 @@ ub8 probe_rows(const vorn_kv *kv, ub8 rows, const ProbeIo &io, ub8 *row_reached,
                         io.rows_out[n] = identity(r);
                     } else if constexpr (O.ident != kNoIdent) {
                         io.rows_out[n] = identity(r);
-                        store_low<VB>(static_cast<ub1 *>(io.values_out) + n * VB, value_at(b, e));
+                        store_low<VB>(static_cast<ub1 *>(io.values_out) + n * VB, value_at(view, e));
                     } else if constexpr (O.value) {
-                        store_low<VB>(static_cast<ub1 *>(io.values_out) + n * VB, value_at(b, e));
+                        store_low<VB>(static_cast<ub1 *>(io.values_out) + n * VB, value_at(view, e));
                     }
                     ++n;
                 }
@@ -213,7 +225,7 @@ ub8 probe_rows(const vorn_kv *kv, ub8 rows, const ProbeIo &io, ub8 *row_reached,
                     io.bv[bit >> 6] &= ~(ub8{1} << (bit & 63));
                 }
                 if constexpr (O.segbv) {
-                    const ub8 bit = value_at(b, e) - io.bv_base;
+                    const ub8 bit = value_at(view, e) - io.bv_base;
                     io.bv[bit >> 6] |= ub8{1} << (bit & 63);
                 }
                 if constexpr (O.mutkv) mask |= 1u << (D.first_matched_bit() + e);

@@ -132,4 +132,18 @@ inline KvWalk walk_buckets(const KvTable &t) {
     return w;
 }
 
+// The output vectors of one probe call: `cap` rows in each array, the bit
+// vector of modes 7, 10 and 11 and its base behind values.
+struct ProbeOutputs {
+    vorn_vec rows{}, values{};
+    ProbeOutputs(ub8 *rows_out, void *values_out, ub8 cap, ub8 *bv, ub8 bv_base) {
+        rows.data = rows_out;
+        rows.size = static_cast<ub4>(cap);
+        values.data = values_out;
+        values.size = static_cast<ub4>(cap);
+        values.res_bv = bv;
+        values.base_rid = static_cast<ub4>(bv_base);
+    }
+};
+
 }  // namespace vorntest
