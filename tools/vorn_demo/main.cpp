@@ -159,11 +159,11 @@ void print_outcome(const demo::Outcome &o) {
     }
     std::printf("\n%s\n    %s\n    answer   %s\n", o.title.c_str(), o.question.c_str(), o.answer.c_str());
     const double lib_rate = o.rows / o.library_seconds / 1e6, scalar_rate = o.rows / o.scalar_seconds / 1e6;
-    std::printf("    library %9.2f ms %9.0f Mrows/s    scalar %9.2f ms %9.0f Mrows/s    %6.1fx    %s\n",
+    std::printf("    library %9.2f ms %9.1f Mrows/s    scalar %9.2f ms %9.1f Mrows/s    %6.1fx    %s\n",
                 o.library_seconds * 1e3, lib_rate, o.scalar_seconds * 1e3, scalar_rate,
                 o.scalar_seconds / o.library_seconds, o.ok ? "checked" : "MISMATCH");
     if (o.peer_seconds > 0)
-        std::printf("    peer    %9.2f ms %9.0f Mrows/s    %s\n", o.peer_seconds * 1e3, o.rows / o.peer_seconds / 1e6,
+        std::printf("    peer    %9.2f ms %9.1f Mrows/s    %s\n", o.peer_seconds * 1e3, o.rows / o.peer_seconds / 1e6,
                     o.peer_name.c_str());
     if (o.library_seconds > o.scalar_seconds)
         std::printf("    slower than scalar: %s\n",
