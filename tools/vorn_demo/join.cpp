@@ -434,16 +434,19 @@ private:
         vorn_vec hash_vec{}, key_vec{}, id_vec{};
     };
     void columns(const Partitions &parts, ub4 p, bool dimension, Columns &c) const {
+        std::size_t rows = 0;
+        for (const auto &chunk : parts.records) rows += chunk[p].size() / 2;
+        c.hashes.reserve(rows), c.ids.reserve(rows), c.keys.reserve(rows);
+        if (dimension) c.values.reserve(rows);
         for (const auto &chunk : parts.records) {
             const auto &r = chunk[p];
             for (std::size_t i = 0; i < r.size(); i += 2) {
                 const ub8 rid = r[i];
                 c.hashes.push_back(r[i + 1]);
                 c.ids.push_back(rid);
-                c.values.push_back(static_cast<ub4>(rid));
-                if (key_ == Key::integer) {
-                    c.keys.push_back(dimension ? d_.dim_key[rid] : d_.fact_key[rid]);
-                } else {
+                if (dimension) c.values.push_back(static_cast<ub4>(rid));
+                c.keys.push_back(dimension ? d_.dim_key[rid] : d_.fact_key[rid]);
+                if (key_ == Key::integer_and_item) {
                     const Strings &s = dimension ? d_.dim_item : d_.fact_item;
                     c.items.ptrs.push_back(s.ptrs[rid]);
                     c.items.lens.push_back(s.lens[rid]);
@@ -470,10 +473,14 @@ private:
             c.key_vec.data = c.items.ptrs.data();
             c.key_vec.data2 = c.items.lens.data();
         }
+        // The dimension's values are its row numbers; a probe row's identity
+        // is its place in the partition, which finds its key and row id in
+        // these arrays rather than across the whole fact table.
         c.id_vec = vorn_vec{};
         c.id_vec.enc_ctx = &c.id_enc;
         c.id_vec.size = n;
-        c.id_vec.data = dimension ? static_cast<void *>(c.values.data()) : static_cast<void *>(c.ids.data());
+        if (dimension) c.id_vec.data = c.values.data();
+        else c.id_enc.flags = VORN_AUTORID;
     }
 
     void build(Worker &w, HostTable &t, const Partitions &dim, ub4 p, ub4 segment) {
@@ -532,9 +539,9 @@ private:
                 ub4 key, price;
                 std::memcpy(&key, gathered.data() + 8 * i, 4);
                 std::memcpy(&price, gathered.data() + 8 * i + 4, 4);
-                const ub8 fact_row = rows_out[i];
-                if (key != d_.fact_key[fact_row] ||
-                    (key_ == Key::integer_and_item && d_.fact_item.at(fact_row) != d_.dim_item.at(values_out[i]))) {
+                const ub8 at = rows_out[i], fact_row = c.ids[at];
+                if (key != c.keys[at] ||
+                    (key_ == Key::integer_and_item && c.items.at(at) != d_.dim_item.at(values_out[i]))) {
                     ++falses;
                     continue;
                 }
