@@ -563,9 +563,10 @@ private:
             vorn_vec o{};
             o.data = out.data();
             o.size = kProbeRoom;
-            const ub8 code = scan_.slot(w, "vorn_mut_kv_scan_dydi", 0, [&] {
-                return c_.vorn_mut_kv_scan_dydi(&o, &t.kv, 3, &k, segment + 1);
-            });
+            const auto start = std::chrono::steady_clock::now();
+            const ub8 code = c_.vorn_mut_kv_scan_dydi(&o, &t.kv, 3, &k, segment + 1);
+            Scan::note_slot(w, "vorn_mut_kv_scan_dydi", 1, o.size,
+                            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
             if (code != 0 && code != 16) return fail("scan " + std::to_string(code));
             for (ub4 i = 0; i < o.size; ++i) ++a.unmatched, a.unmatched_mix += mix64(out[i]);
             if (code == 0) return a;
@@ -659,7 +660,8 @@ Outcome join_query(Scan &scan, const Data &d, const RowStore &store, Key key, bo
     if (item) o.answer += ", " + commas(falses) + " slot-only candidates rejected by the gathered key";
     if (outer) o.answer += "; " + commas(got.unmatched) + " dimension rows without a partner";
     o.slow_because = "the library path runs the whole operator (hash, filter, partition, build, probe, gather) "
-                     "while the scalar loop probes one ready map";
+                     "and moves the rows through partition records and per-partition columns, where the scalar "
+                     "loop builds one map and probes it in place";
     return o;
 }
 

@@ -120,7 +120,7 @@ void Scan::dump_slot_stats() const {
             a.calls += s.calls, a.rows += s.rows, a.seconds += s.seconds;
         }
     for (const auto &[name, s] : all)
-        std::printf("%-30s Call Freq: %llu\tMrowsPerSec: %0.0f\n", name.c_str(),
+        std::printf("%-30s Call Freq: %llu\tMrowsPerSec: %0.1f\n", name.c_str(),
                     static_cast<unsigned long long>(s.calls), s.seconds > 0 ? s.rows / s.seconds / 1e6 : 0.0);
 }
 

@@ -294,6 +294,8 @@ private:
         o.rows = static_cast<double>(e_.rows);
         o.ok = rows == e_.rows && model == int8_;
         if (!o.ok) o.mismatch = "an int8 element differs from the rounded float";
+        o.slow_because = "the conversion tests every element's range and narrows it through float, where the "
+                         "scalar loop only rounds";
         o.answer = commas(rows) + " vectors, " + commas(int8_.size()) + " bytes";
         for (ub4 k = 0; k < kDim; ++k) query8_.push_back(static_cast<signed char>(std::round(e_.query[k])));
         out_.push_back(o);
@@ -321,6 +323,9 @@ private:
         if (!error.empty()) o.ok = false, o.mismatch = error;
         else o.ok = same_top(got, want, all, o.mismatch);
         o.answer = "rows " + rows_of(got);
+        if (metric != VORN_METRIC_EUCLID_SQUARED)
+            o.slow_because = "the cosine kernel computes both norms of every row again; the norms of the parse "
+                             "are not handed to it";
         out_.push_back(o);
     }
 
