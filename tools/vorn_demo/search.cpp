@@ -94,6 +94,7 @@ std::vector<Hit> library_top(Scan &scan, const Column &col, const void *query, u
     const ub8 rows = col.rows.size();
     const ub4 shares = scan.threads();
     std::vector<std::vector<Hit>> found(shares);
+    std::vector<ub8> codes(shares);
     scan.for_units(shares, [&](Worker &w, ub4 s) {
         const ub8 first = rows * s / shares, end = rows * (s + 1) / shares;
         if (first == end) return;
@@ -113,9 +114,11 @@ std::vector<Hit> library_top(Scan &scan, const Column &col, const void *query, u
         const ub8 code = scan.slot(w, "vorn_vector_topk_dydi", end - first, [&] {
             return scan.ctx().vorn_vector_topk_dydi(&res, &right, &left, metric, 0, nullptr, nullptr);
         });
-        if (code != 0) error = "top-K returned " + std::to_string(code);
+        codes[s] = code;
         for (ub4 i = 0; i < res.size; ++i) found[s].push_back({static_cast<ub4>(first + top[i].row), top[i].distance});
     });
+    for (ub8 code : codes)
+        if (code != 0) error = "top-K returned " + std::to_string(code);
     std::vector<Hit> all;
     for (const auto &f : found) all.insert(all.end(), f.begin(), f.end());
     std::stable_sort(all.begin(), all.end(), [](const Hit &a, const Hit &b) { return a.distance < b.distance; });
