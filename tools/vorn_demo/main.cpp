@@ -12,6 +12,7 @@
 #include "frame/dispatch_scheme.h"
 #include "frame/entries.h"
 #include "host/library.h"
+#include "vorn_demo/groups.h"
 #include "vorn_demo/queries.h"
 #include "vorn_demo/scan.h"
 #include "vorn_demo/table.h"
@@ -100,11 +101,15 @@ struct Options {
     const char *lib = nullptr;
     bool offer = false;
     bool progress = true;
+    std::string only;  // one group: scan, join, search or spatial; empty: all
 };
 
 constexpr const char kUsage[] =
-    "usage: vorn-demo [--rows N] [--threads N] [--seed N] [--lib PATH] [--offer] [--quiet]\n"
-    "  --rows N     rows of the generated table (default 20,000,000)\n"
+    "usage: vorn-demo [--rows N] [--only GROUP] [--threads N] [--seed N] [--lib PATH] [--offer] [--quiet]\n"
+    "  --rows N     rows of the scanned table and of the join's fact table (default\n"
+    "               20,000,000); the dimension table has a tenth, the search a\n"
+    "               hundredth as embeddings, the spatial filter a fifth as points\n"
+    "  --only GROUP run one group of queries: scan, join, search or spatial\n"
     "  --threads N  scanning threads (default: all cores)\n"
     "  --seed N     seed of the generated data\n"
     "  --lib PATH   the library to open (default: $VORN_LIB, else this build's)\n"
@@ -131,11 +136,14 @@ Options parse(int argc, char **argv) {
         else if (a == "--seed") o.seed = std::strtoull(value(), nullptr, 10);
         else if (a == "--lib") o.lib = value();
         else if (a == "--offer") o.offer = true;
+        else if (a == "--only") o.only = value();
         else if (a == "--quiet") o.progress = false;
         else if (a == "--help" || a == "-h") std::fputs(kUsage, stdout), std::exit(0);
         else usage(("unknown argument " + a).c_str());
     }
     if (o.rows == 0 || o.rows > 4000000000ull) usage("--rows must be between 1 and 4,000,000,000");
+    if (!o.only.empty() && o.only != "scan" && o.only != "join" && o.only != "search" && o.only != "spatial")
+        usage("--only takes scan, join, search or spatial");
     if (o.threads == 0) o.threads = std::max(1u, std::thread::hardware_concurrency());
     return o;
 }
@@ -151,9 +159,12 @@ void print_outcome(const demo::Outcome &o) {
     }
     std::printf("\n%s\n    %s\n    answer   %s\n", o.title.c_str(), o.question.c_str(), o.answer.c_str());
     const double lib_rate = o.rows / o.library_seconds / 1e6, scalar_rate = o.rows / o.scalar_seconds / 1e6;
-    std::printf("    library %9.2f ms %9.0f Mrows/s    scalar %9.2f ms %9.0f Mrows/s    %6.1fx    %s\n",
+    std::printf("    library %9.2f ms %9.1f Mrows/s    scalar %9.2f ms %9.1f Mrows/s    %6.1fx    %s\n",
                 o.library_seconds * 1e3, lib_rate, o.scalar_seconds * 1e3, scalar_rate,
                 o.scalar_seconds / o.library_seconds, o.ok ? "checked" : "MISMATCH");
+    if (o.peer_seconds > 0)
+        std::printf("    peer    %9.2f ms %9.1f Mrows/s    %s\n", o.peer_seconds * 1e3, o.rows / o.peer_seconds / 1e6,
+                    o.peer_name.c_str());
     if (o.library_seconds > o.scalar_seconds)
         std::printf("    slower than scalar: %s\n",
                     o.slow_because.empty() ? "the column units are too small for the kernel's per-call set-up to pay "
@@ -174,19 +185,28 @@ int main(int argc, char **argv) {
     }
     if (const int rc = show_offer(lib, opt.offer)) return rc;
 
-    const auto gen_start = std::chrono::steady_clock::now();
-    demo::Table table;
-    demo::generate(table, opt.rows, opt.seed, opt.progress, demo::Scan::expand_runs);
-    std::printf("table        %s rows in %u column units of %u rows, generated in %.1f s\n",
-                std::to_string(table.rows).c_str(), table.units, table.unit_rows, seconds_since(gen_start));
-
+    const bool all = opt.only.empty();
     demo::Scan scan(lib, opt.threads);  // each worker's lomp_decode is this library's decoder
     std::printf("threads      %u, each with its own host services and kernel records\n", scan.threads());
-    const std::vector<demo::Outcome> outcomes = demo::run_queries(scan, table);
-    if (outcomes.size() == 1 && outcomes[0].library_seconds == 0) {
-        print_outcome(outcomes[0]);
-        return 2;
+    std::vector<demo::Outcome> outcomes;
+    auto append = [&](std::vector<demo::Outcome> more) {
+        outcomes.insert(outcomes.end(), more.begin(), more.end());
+    };
+    if (all || opt.only == "scan") {
+        const auto gen_start = std::chrono::steady_clock::now();
+        demo::Table table;
+        demo::generate(table, opt.rows, opt.seed, opt.progress, demo::Scan::expand_runs);
+        std::printf("table        %s rows in %u column units of %u rows, generated in %.1f s\n",
+                    std::to_string(table.rows).c_str(), table.units, table.unit_rows, seconds_since(gen_start));
+        append(demo::run_queries(scan, table));
+        if (outcomes.size() == 1 && outcomes[0].library_seconds == 0) {
+            print_outcome(outcomes[0]);
+            return 2;
+        }
     }
+    if (all || opt.only == "join") append(demo::run_joins(scan, opt.rows, opt.seed));
+    if (all || opt.only == "search") append(demo::run_search(scan, std::max<ub8>(opt.rows / 100, 200), opt.seed));
+    if (all || opt.only == "spatial") append(demo::run_spatial(scan, std::max<ub8>(opt.rows / 5, 100), opt.seed));
     bool all_ok = true;
     for (const auto &o : outcomes) {
         print_outcome(o);
@@ -199,6 +219,8 @@ int main(int argc, char **argv) {
     const auto stats = scan.stats();
     vorn_stats_dump(stats.get(), 1);
     std::fflush(stdout);
+    std::printf("\nthe entries this run called through their slots, counted by the host the same way:\n");
+    scan.dump_slot_stats();
     if (!all_ok) {
         std::fprintf(stderr, "vorn-demo: a library answer differs from the scalar evaluation\n");
         return 1;

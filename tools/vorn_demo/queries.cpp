@@ -1,7 +1,5 @@
 #include "vorn_demo/queries.h"
 
-#include "host/hash_callback.h"
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -144,7 +142,6 @@ public:
         decode();
         translate();
         run_length();
-        hash_partition();
         return out_;
     }
 
@@ -458,113 +455,6 @@ private:
         }
         o.answer = with_commas(total(counts)) + " rows kept; busiest region " + std::to_string(top) + " with " +
                    with_commas(top_count) + " rows";
-        out_.push_back(o);
-    }
-
-    // Q8: the first pass of a hash join on city: the city names hashed with
-    // the host's XXH3 through the dictionary, then the rows scattered as
-    // {row id, hash} into 16 partitions by the top four hash bits.  The
-    // partition buffers hold an eighth of a unit each, so a full one comes
-    // back with code 6: the host takes its records out and calls again.
-    void hash_partition() {
-        Outcome o;
-        o.title = "Q8 hash and partition";
-        o.question = "hash of the city name, 16 partitions by hash bits 60-63, small buffers refilled on code 6";
-        constexpr ub4 kParts = 16;
-        struct Sums {
-            ub8 rows = 0, rid_sum = 0, hash_xor = 0;
-            bool operator==(const Sums &o) const {
-                return rows == o.rows && rid_sum == o.rid_sum && hash_xor == o.hash_xor;
-            }
-        };
-        std::vector<std::vector<Sums>> got(t_.units, std::vector<Sums>(kParts));
-        std::vector<std::vector<Sums>> want(t_.units, std::vector<Sums>(kParts));
-        std::vector<ub8> refills(t_.units);
-        std::vector<char> unit_ok(t_.units, 1);
-        // The hash column and the partition buffers of each unit, allocated
-        // once as a server's operator keeps them.
-        std::vector<std::vector<ub8>> hash_cols(t_.units), buffers(t_.units);
-        auto buffer_bytes = [&](ub4 u) { return std::size_t{16} * (t_.unit_size(u) / kParts / 8 + 1); };
-        for (ub4 u = 0; u < t_.units; ++u) {
-            hash_cols[u].resize(t_.unit_size(u));
-            buffers[u].resize(kParts * buffer_bytes(u) / 8);
-        }
-        o.library_seconds = scan_.best_of(kRuns, t_.units, [&](Worker &, ub4 u) {
-            const ub4 n = t_.unit_size(u);
-            std::vector<ub8> &hashes = hash_cols[u];
-            vorn_enc_ctx seed_enc{};
-            seed_enc.flags = VORN_ALIGNED;
-            seed_enc.bit_width = 64;
-            ub8 seed = 0;
-            vorn_vec src = packed_unit(t_, t_.city, u), seeds{}, res{};
-            seeds.data = &seed;
-            seeds.enc_ctx = &seed_enc;
-            seeds.size = 1;
-            res.data = hashes.data();
-            if (scan_.ctx().vorn_hash_dydi(&res, &src, &seeds, vornhost::xxh3_hash, nullptr) != 0) unit_ok[u] = 0;
-            vorn_enc_ctx hash_enc = seed_enc, rid_enc{};
-            rid_enc.flags = VORN_AUTORID;
-            vorn_vec hv{}, rids{};
-            hv.data = hashes.data();
-            hv.enc_ctx = &hash_enc;
-            hv.size = n;
-            rids.enc_ctx = &rid_enc;
-            rids.base_rid = t_.unit_first(u);
-            const std::size_t each = buffer_bytes(u);
-            std::vector<ub8> &store = buffers[u];
-            ub1 *cursors[kParts], *limits[kParts], *starts[kParts];
-            for (ub4 p = 0; p < kParts; ++p) {
-                starts[p] = cursors[p] = reinterpret_cast<ub1 *>(store.data()) + p * each;
-                limits[p] = starts[p] + each;
-            }
-            vorn_partition_ctrl ctrl{VORN_PART_RID | VORN_PART_HASH, 63, 60, 0, cursors, limits};
-            vorn_kernel_ctx k{};
-            auto take = [&](ub4 p) {
-                for (const ub1 *r = starts[p]; r < cursors[p]; r += 16) {
-                    ub8 rec[2];
-                    std::memcpy(rec, r, 16);
-                    Sums &s = got[u][p];
-                    ++s.rows, s.rid_sum += rec[0], s.hash_xor ^= rec[1];
-                }
-                cursors[p] = starts[p];
-            };
-            got[u].assign(kParts, Sums{});
-            refills[u] = 0;
-            for (;;) {
-                const ub8 code = scan_.ctx().vorn_partition_dydi(&ctrl, &hv, &rids, nullptr, nullptr, &k);
-                if (code == 0) break;
-                if (code != 6) {
-                    unit_ok[u] = 0;
-                    break;
-                }
-                take(k.stop_row);
-                ++refills[u];
-            }
-            for (ub4 p = 0; p < kParts; ++p) take(p);
-        });
-        o.scalar_seconds = scan_.best_of(kRuns, t_.units, [&](Worker &, ub4 u) {
-            want[u].assign(kParts, Sums{});
-            const ub4 *offsets = t_.cities.offsets.data();
-            for (ub4 i = 0, n = t_.unit_size(u); i < n; ++i) {
-                const ub4 c = code_at(t_.city.stream.data(), 11, static_cast<ub8>(t_.unit_first(u)) + i);
-                const ub4 at = __builtin_bswap32(offsets[c]), end = __builtin_bswap32(offsets[c + 1]);
-                const ub8 h = vornhost::xxh3_hash(t_.cities.bytes.data() + at, end - at, 0);
-                Sums &s = want[u][h >> 60];
-                ++s.rows, s.rid_sum += t_.unit_first(u) + i, s.hash_xor ^= h;
-            }
-        });
-        o.rows = static_cast<double>(t_.rows);
-        o.ok = std::all_of(unit_ok.begin(), unit_ok.end(), [](char c) { return c != 0; }) && got == want;
-        if (!o.ok) o.mismatch = "a partition's rows, row ids or hashes differ from the scalar pass";
-        ub8 biggest = 0, total_refills = 0;
-        for (ub4 p = 0; p < kParts; ++p) {
-            ub8 rows = 0;
-            for (const auto &unit : got) rows += unit[p].rows;
-            biggest = std::max(biggest, rows);
-        }
-        for (ub8 r : refills) total_refills += r;
-        o.answer = "largest partition " + with_commas(biggest) + " rows; " + with_commas(total_refills) +
-                   " buffers refilled";
         out_.push_back(o);
     }
 

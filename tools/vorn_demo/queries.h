@@ -17,6 +17,8 @@ struct Outcome {
     std::string answer;     // what came back
     double library_seconds = 0;
     double scalar_seconds = 0;
+    double peer_seconds = 0;   // a peer library on the same job, when built with one
+    std::string peer_name;
     double rows = 0;        // rows the query covered, for the rates
     bool ok = true;
     std::string mismatch;   // the first disagreement, when not ok

@@ -1,6 +1,7 @@
 #include "vorn_demo/scan.h"
 
 #include <atomic>
+#include <cstdio>
 #include <chrono>
 #include <thread>
 
@@ -109,6 +110,18 @@ std::unique_ptr<vorn_stats> Scan::stats() const {
         out->mrows_per_sec[index] = s.seconds > 0 ? s.rows / s.seconds / 1e6 : 0;
     }
     return out;
+}
+
+void Scan::dump_slot_stats() const {
+    std::map<std::string, CallStats> all;
+    for (const auto &w : workers_)
+        for (const auto &[name, s] : w->slot_stats) {
+            CallStats &a = all[name];
+            a.calls += s.calls, a.rows += s.rows, a.seconds += s.seconds;
+        }
+    for (const auto &[name, s] : all)
+        std::printf("%-30s Call Freq: %llu\tMrowsPerSec: %0.1f\n", name.c_str(),
+                    static_cast<unsigned long long>(s.calls), s.seconds > 0 ? s.rows / s.seconds / 1e6 : 0.0);
 }
 
 }  // namespace demo

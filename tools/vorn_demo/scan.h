@@ -3,9 +3,11 @@
 // through the dispatch table and timed into the host's statistics.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <map>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "host/host_services.h"
@@ -25,6 +27,7 @@ struct Worker {
     unsigned id = 0;
     vornhost::HostServices host;
     std::map<ub4, CallStats> stats;
+    std::map<std::string, CallStats> slot_stats;  // entries called through slots, by name
 
     vorn_kernel_ctx kctx() {
         vorn_kernel_ctx k{};
@@ -57,8 +60,27 @@ public:
     ub8 xlate(Worker &w, ub4 index, vorn_vec *res, vorn_vec *src, const void *table, vorn_kernel_ctx *k,
               ub8 rows);
 
+    // A call through an entry slot, timed into the worker's statistics under
+    // the entry's name: the dispatch table's statistics do not cover slots.
+    template <class F>
+    ub8 slot(Worker &w, const char *name, ub8 rows, F call) {
+        const auto start = std::chrono::steady_clock::now();
+        const ub8 code = call();
+        note_slot(w, name, 1, rows, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+        return code;
+    }
+    // Adds `calls` calls covering `rows` rows in `seconds` to an entry's count.
+    static void note_slot(Worker &w, const char *name, ub8 calls, ub8 rows, double seconds) {
+        CallStats &s = w.slot_stats[name];
+        s.calls += calls, s.rows += static_cast<double>(rows), s.seconds += seconds;
+    }
+    // The worker of the calling thread outside for_units: the first one.
+    Worker &main_worker() { return *workers_[0]; }
+
     // The statistics of all workers, as vorn_stats_dump prints them.
     std::unique_ptr<vorn_stats> stats() const;
+    // The slot entries' statistics of all workers, printed in the same form.
+    void dump_slot_stats() const;
 
     // The rle_expand callback of the demo's run-length columns: the burst
     // kernel of the column's length width, called through the table.
