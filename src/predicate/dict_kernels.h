@@ -11,7 +11,7 @@
 
 #include "frame/compare_frame.h"
 #include "predicate/dict_bit1.h"
-#include "predicate/dict_bit2.h"
+#include "predicate/dict_nibble_table.h"
 #include "predicate/dict_entries.h"
 #include "predicate/dict_lanes.h"
 #include "predicate/dict_windows.h"
@@ -21,7 +21,7 @@ namespace vorn {
 template <ub4 W, Cmp C, bool Null>
 using DictCompare =
     std::conditional_t<W == 1, dict::Bit1Compare<C, Null>,
-                       std::conditional_t<W == 2, dict::Bit2Compare<C, Null>,
+                       std::conditional_t<dict::is_nibble_table_width(W), dict::NibbleTableCompare<W, C, Null>,
                                           std::conditional_t<dict::is_window_width(W), dict::WindowCompare<W, C, Null>,
                                                              dict::LaneCompare<W, C, Null>>>>;
 
