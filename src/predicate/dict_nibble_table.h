@@ -34,10 +34,7 @@ class NibbleTableCompare {
 
     // The answers of a byte's rows in its low 8 / W bits, for 16 bytes.
     VORN_INLINE __m128i rows_of_bytes(const ub1 *p) const {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
-        const __m128i nibble = _mm_set1_epi8(0x0f);
-        const __m128i lo = _mm_and_si128(v, nibble), hi = _mm_and_si128(_mm_srli_epi16(v, 4), nibble);
-        return _mm_or_si128(_mm_shuffle_epi8(high_rows_, hi), _mm_shuffle_epi8(low_rows_, lo));
+        return lanes::nibble_lookup(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p)), high_rows_, low_rows_);
     }
 
     // 128 rows from the block at p: 16 result bytes at o; returns the count.
