@@ -12,8 +12,14 @@
 //   scalar       a plain loop: the reference read of each code, the compare,
 //                the bit set and counted (in cache only: out of cache the
 //                kernels are held against the bandwidth)
-//   reference    the shuffle-and-mask method in its plain lanes, a minimal
-//                loop (the packed widths but 1: see reference_scan)
+//   reference    the packed widths: the shuffle-and-mask method in its
+//                plain lanes, a minimal loop (see reference_scan); width 1:
+//                its former method, three rounds of bit swaps and a second
+//                pass that counts (see former_bit1_scan)
+//   kernel_copy  width 1 only, and no kernel: the column's bytes copied to
+//                the result 16 at a time and counted, the least work any
+//                width-1 compare does (it must also reverse each byte's
+//                bits); the floor against which the width-1 rows are read
 //   bandwidth    a streaming read of the column's bytes
 #include <nmmintrin.h>
 
@@ -134,13 +140,16 @@ VORN_SCALAR ub8 scalar_scan(ub8 *out, const ub1 *stream, ub4 rows, ub8 a, ub8 b)
     return count;
 }
 
-template <unsigned W, Form F>
-void scalar_run(benchmark::State &state, std::size_t bytes) {
+// A scan of the test's own, with the signature of scalar_scan, timed on the
+// column of `bytes` bytes of width w.
+using LoopScan = ub8 (*)(ub8 *out, const ub1 *stream, ub4 rows, ub8 a, ub8 b);
+
+void loop_run(benchmark::State &state, LoopScan scan, unsigned w, Form form, std::size_t bytes) {
     Data &d = data(bytes);
-    const ub4 rows = rows_of(bytes, W);
-    const Literals l = literals(F, W);
+    const ub4 rows = rows_of(bytes, w);
+    const Literals l = literals(form, w);
     for (auto _ : state) {
-        benchmark::DoNotOptimize(scalar_scan<W, F>(d.result.bits(), d.column.data(), rows, l.a, l.b));
+        benchmark::DoNotOptimize(scan(d.result.bits(), d.column.data(), rows, l.a, l.b));
         benchmark::ClobberMemory();
     }
     set_rates(state, rows, static_cast<double>(bytes));
@@ -209,8 +218,9 @@ struct PlainLanes {
 };
 
 template <unsigned W, Form F>
-__attribute__((noinline)) ub8 reference_scan(ub8 *out, const ub1 *stream, ub4 rows, ub4 a, ub4 b) {
+__attribute__((noinline)) ub8 reference_scan(ub8 *out, const ub1 *stream, ub4 rows, ub8 a8, ub8 b8) {
     using P = PlainLanes<W>;
+    const ub4 a = static_cast<ub4>(a8), b = static_cast<ub4>(b8);
     constexpr ub4 sign = ub4{1} << (8 * P::kBytes - 1);
     __m128i shuffle[2], mask[2], literal[2], offset[2];
     for (unsigned h = 0; h < 2; ++h) {
@@ -259,17 +269,50 @@ __attribute__((noinline)) ub8 reference_scan(ub8 *out, const ub1 *stream, ub4 ro
     return count;
 }
 
-template <unsigned W, Form F>
-void reference_run(benchmark::State &state, std::size_t bytes) {
-    Data &d = data(bytes);
-    const ub4 rows = rows_of(bytes, W);
-    const Literals l = literals(F, W);
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(
-            reference_scan<W, F>(d.result.bits(), d.column.data(), rows, static_cast<ub4>(l.a), static_cast<ub4>(l.b)));
-        benchmark::ClobberMemory();
+// ---- Width 1: the former method and the floor -----------------------------------
+
+// Width 1 as first built: each byte's bits reversed by three rounds of
+// swapping (bits, pairs, nibbles), stored; then a second pass over the
+// result that counts it, for eq the result ANDed with itself, for ge_lt (the
+// rows of code 0) complemented.  Whole blocks of 128 rows only.
+template <Form F>
+__attribute__((noinline)) ub8 former_bit1_scan(ub8 *out, const ub1 *stream, ub4 rows, ub8, ub8) {
+    const ub8 blocks = rows / 128;
+    const __m128i m1 = _mm_set1_epi8(0x55), m2 = _mm_set1_epi8(0x33), m4 = _mm_set1_epi8(0x0f);
+    for (ub8 b = 0; b < blocks; ++b) {
+        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(stream + 16 * b));
+        v = _mm_or_si128(_mm_and_si128(_mm_srli_epi64(v, 1), m1), _mm_slli_epi64(_mm_and_si128(v, m1), 1));
+        v = _mm_or_si128(_mm_and_si128(_mm_srli_epi64(v, 2), m2), _mm_slli_epi64(_mm_and_si128(v, m2), 2));
+        v = _mm_or_si128(_mm_and_si128(_mm_srli_epi64(v, 4), m4), _mm_slli_epi64(_mm_and_si128(v, m4), 4));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + 2 * b), v);
     }
-    set_rates(state, rows, static_cast<double>(bytes));
+    ub8 count = 0;
+    for (ub8 i = 0; i < 2 * blocks; ++i) {
+        const ub8 x = F == Form::eq ? out[i] & out[i] : ~out[i];
+        out[i] = x;
+        count += _mm_popcnt_u64(x);
+    }
+    return count;
+}
+
+// The floor: the column copied to the result 16 bytes at a time and its bits
+// counted, with the stores the kernel uses (streaming beyond 1 MiB).
+__attribute__((noinline)) ub8 copy_and_count(ub8 *out, const ub1 *stream, ub4 rows, ub8, ub8) {
+    const ub8 blocks = rows / 128;
+    const bool streaming = blocks * 16 >= (1u << 20);
+    ub8 count = 0;
+    for (ub8 b = 0; b < blocks; ++b) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(stream + 16 * b));
+        if (streaming)
+            _mm_stream_si128(reinterpret_cast<__m128i *>(out + 2 * b), v);
+        else
+            _mm_storeu_si128(reinterpret_cast<__m128i *>(out + 2 * b), v);
+        ub8 lo, hi;
+        std::memcpy(&lo, stream + 16 * b, 8), std::memcpy(&hi, stream + 16 * b + 8, 8);
+        count += _mm_popcnt_u64(lo) + _mm_popcnt_u64(hi);
+    }
+    _mm_sfence();
+    return count;
 }
 
 template <unsigned W>
@@ -286,10 +329,18 @@ void register_width() {
             const std::size_t bytes = s.bytes;
             register_row(g, "kernel", kernel_run, f, W, false, bytes);
             register_row(g, "kernel_null", kernel_run, f, W, true, bytes);
-            if constexpr (W != 1 && !whole_bytes(W))
-                register_row(g, "reference", f == Form::eq ? reference_run<W, Form::eq> : reference_run<W, Form::ge_lt>,
+            const bool eq = f == Form::eq;
+            if constexpr (W == 1) {
+                register_row(g, "kernel_copy", loop_run, LoopScan{copy_and_count}, W, f, bytes);
+                register_row(g, "reference", loop_run, eq ? former_bit1_scan<Form::eq> : former_bit1_scan<Form::ge_lt>,
+                             W, f, bytes);
+            } else if constexpr (!whole_bytes(W)) {
+                register_row(g, "reference", loop_run, eq ? reference_scan<W, Form::eq> : reference_scan<W, Form::ge_lt>,
+                             W, f, bytes);
+            }
+            if (s.scalar)
+                register_row(g, "scalar", loop_run, eq ? scalar_scan<W, Form::eq> : scalar_scan<W, Form::ge_lt>, W, f,
                              bytes);
-            if (s.scalar) register_row(g, "scalar", f == Form::eq ? scalar_run<W, Form::eq> : scalar_run<W, Form::ge_lt>, bytes);
             register_row(g, "bandwidth", [bytes](benchmark::State &st) {
                 bandwidth(st, data(bytes).column.data(), bytes, rows_of(bytes, W));
             });

@@ -6,13 +6,12 @@
 // selective path, compressed and run-length columns, the bytes a kernel may
 // read, and the particular answers of width 1.
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <algorithm>
 
 #include "predicate/dict_tables.h"
 #include "support/dict_model.h"
+#include "support/guarded_stream.h"
 
 namespace {
 
@@ -184,28 +183,6 @@ TEST(DictCompare, AllFormsAgreeWithTheModel) {
     EXPECT_GE(widths_run, 19u);
 }
 
-// Columns long enough for the loop to run many blocks and the prefetch to
-// run ahead of the data, with codes spread over the whole range.
-TEST(DictCompare, LongColumnsOfUniformCodes) {
-    std::mt19937_64 rng(12);
-    for (unsigned w : kWidths) {
-        if (!served(w)) continue;
-        const ub4 n = 20000 + rng() % 200;
-        std::vector<ub8> codes(n);
-        for (auto &c : codes) c = rng() & top_code(w);
-        auto col = packed_column(codes, w);
-        for (unsigned op = 0; op < 10; ++op) {
-            const ub8 a = codes[rng() % n], b = codes[rng() % n];
-            for (bool null : {false, true}) {
-                Result res(n);
-                const ub8 code = call_dict(w, op, null, &res.vec, &col->vec, a, b, nullptr);
-                expect_matches(res, model(w, codes, op, null, a, b), code, describe(w, op, null, n, a, b));
-                if (HasFatalFailure()) return;
-            }
-        }
-    }
-}
-
 // ---- The frame around the compare ---------------------------------------------
 
 enum Mode : unsigned { kFilter = 1, kAux = 2, kSelective = 4, kCompressed = 8, kNullContext = 16 };
@@ -261,7 +238,8 @@ TEST(DictCompare, FiltersSelectionsAndCompressedColumns) {
 }
 
 // A compressed column is decompressed once into a buffer named after the
-// kernel; a second kernel on it finds the cell filled.
+// kernel; a second kernel on it finds the cell filled.  A decoder that fails
+// is raised under the kernel's name, and the zeros it left are all null.
 TEST(DictCompare, CompressedColumnIsDecodedOnceUnderTheKernelsName) {
     std::mt19937_64 rng(14);
     for (unsigned w : kWidths) {
@@ -283,29 +261,19 @@ TEST(DictCompare, CompressedColumnIsDecodedOnceUnderTheKernelsName) {
         EXPECT_EQ(host.decode_calls, 1u);
         expect_matches(first, model(w, codes, VORN_OP_GE_LT, true, pool.r1, pool.r2), c1, name);
         expect_matches(second, model(w, codes, VORN_OP_NE, false, pool.r2, 0), c2, name + " then ne");
-    }
-}
 
-TEST(DictCompare, FailedDecodeIsRaisedWithTheKernelsName) {
-    struct Failing {
-        static ub8 decode(const vorn_lomp_ctx *, const ub1 *stream, ub1 *out, ub4 *, ub4 cap) {
+        host.decoder = [](const vorn_lomp_ctx *, const ub1 *, ub1 *out, ub4 *, ub4 cap) -> ub8 {
             std::memset(out, 0, cap);
             return 24;
-        }
-    };
-    for (unsigned w : {1u, 7u, 13u}) {
-        if (!served(w)) continue;
-        TestHost host;
-        host.decoder = Failing::decode;
-        auto col = packed_column(std::vector<ub8>(100, 1), w);
-        col->compress_by_copy();
-        vorn_kernel_ctx k = host.kctx();
+        };
+        auto failing = packed_column(std::vector<ub8>(100, 1), w);
+        failing->compress_by_copy();
         Result res(100);
         clear_raised();
-        const ub8 code = call_dict(w, VORN_OP_LT, true, &res.vec, &col->vec, 5, 0, &k);
+        const ub8 code = call_dict(w, VORN_OP_LT, true, &res.vec, &failing->vec, 5, 0, &k);
         ASSERT_EQ(raised().size(), 1u);
         EXPECT_EQ(raised()[0].message, "vorn_lt_dict_" + std::to_string(w) + "bit_null: vorn_lomp_decode failed");
-        EXPECT_EQ(code, 1u);  // the buffer the host left holds only nulls
+        EXPECT_EQ(code, 1u);
         EXPECT_EQ(res.vec.num_ones, 0u);
         clear_raised();
     }
@@ -352,28 +320,6 @@ TEST(DictCompare, RunLengthColumnsCompareRunsAndExpand) {
 }
 
 // ---- What a kernel reads ------------------------------------------------------
-
-// A stream that ends where a page of no access begins.  The blocks read
-// nothing behind the last whole block, and the tail's reference read at most
-// three bytes behind the first byte of the last code.
-class GuardedStream {
-public:
-    GuardedStream(const Bytes &packed, std::size_t readable) {
-        page_ = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-        span_ = (readable + page_ - 1) / page_ * page_ + page_;
-        base_ = static_cast<ub1 *>(mmap(nullptr, span_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-        EXPECT_NE(base_, MAP_FAILED);
-        mprotect(base_ + span_ - page_, page_, PROT_NONE);
-        data_ = base_ + span_ - page_ - readable;
-        std::memcpy(data_, packed.data(), std::min(readable, packed.size()));
-    }
-    ~GuardedStream() { munmap(base_, span_); }
-    ub1 *data() const { return data_; }
-
-private:
-    ub1 *base_ = nullptr, *data_ = nullptr;
-    std::size_t page_ = 0, span_ = 0;
-};
 
 // Rows of a whole block by width: 128 for 8-bit lanes (and width 1), 64 for
 // 16-bit lanes, 32 for 32-bit lanes, 16 for width 64.
@@ -463,29 +409,6 @@ TEST(DictCompare, AllNullColumnMatchesNothing) {
     }
 }
 
-TEST(DictCompare, NullNeSkipsNullAndTheLiteral) {
-    for (unsigned w : kWidths) {
-        if (!served(w) || top_code(w) < 6) continue;
-        auto col = packed_column({0, 5, 6}, w);
-        Result res(3);
-        EXPECT_EQ(call_dict(w, VORN_OP_NE, true, &res.vec, &col->vec, 5, 0, nullptr), 0u);
-        EXPECT_EQ(res.bv[0], 0b100u) << w;
-    }
-}
-
-TEST(DictCompare, WidthFiveAtTheFirstBlockBoundary) {
-    if (!served(5)) GTEST_SKIP();
-    std::mt19937_64 rng(17);
-    for (ub4 n : {63u, 64u}) {  // all by the tail; one block and no tail
-        std::vector<ub8> codes(n);
-        for (auto &c : codes) c = rng() % 4;
-        auto col = packed_column(codes, 5);
-        Result res(n);
-        const ub8 code = call_dict(5, VORN_OP_EQ, false, &res.vec, &col->vec, 2, 0, nullptr);
-        expect_matches(res, model(5, codes, VORN_OP_EQ, false, 2, 0), code, "width 5 n " + std::to_string(n));
-    }
-}
-
 // ---- Width 1 --------------------------------------------------------------------
 
 ub1 reverse_bits(ub1 b) {
@@ -494,19 +417,47 @@ ub1 reverse_bits(ub1 b) {
     return r;
 }
 
-TEST(DictWidthOne, EqualToOneIsTheStreamWithEachBytesBitsReversed) {
+// A width-1 column of random bytes, built from its stream: no code vector,
+// so that a column past the cache is cheap to make.
+struct BitColumn {
+    std::vector<ub8> words;
+    vorn_enc_ctx enc{};
+    vorn_vec vec{};
+    BitColumn(std::mt19937_64 &rng, ub4 n) : words(n / 64 + 2) {
+        for (auto &w : words) w = rng();
+        enc.flags = VORN_PACKED;
+        enc.bit_width = 1;
+        vec.data = words.data();
+        vec.enc_ctx = &enc;
+        vec.size = n;
+    }
+    ub1 byte(ub4 k) const { return reinterpret_cast<const ub1 *>(words.data())[k]; }
+};
+
+// eq 1 is the stream with each byte's bits reversed, eq 0 its complement; a
+// last partial byte is cut at n.  Lengths around the 16-byte blocks and the
+// four-block loop, and a result past the cache (the streaming stores).
+TEST(DictWidthOne, EqIsTheStreamReversedOrItsComplement) {
     if (!served(1)) GTEST_SKIP();
     std::mt19937_64 rng(18);
-    for (ub4 n : {1u, 8u, 100u, 128u, 333u}) {
-        std::vector<ub8> codes(n);
-        for (auto &c : codes) c = rng() & 1;
-        auto col = packed_column(codes, 1);
-        Result res(n);
-        call_dict(1, VORN_OP_EQ, false, &res.vec, &col->vec, 1, 0, nullptr);
-        const ub1 *out = reinterpret_cast<const ub1 *>(res.bv.data());
-        for (ub4 k = 0; k < n / 8; ++k) ASSERT_EQ(out[k], reverse_bits(col->data.data()[k])) << "byte " << k;
-        if (n % 8) {
-            EXPECT_EQ(out[n / 8], reverse_bits(col->data.data()[n / 8]) & ((1u << (n % 8)) - 1));
+    for (ub4 n : {1u, 8u, 100u, 127u, 128u, 129u, 255u, 256u, 257u, 511u, 512u, 513u, 640u, 1000u, (9u << 20) + 77}) {
+        BitColumn col(rng, n);
+        for (ub8 literal : {1u, 0u}) {
+            Result res(n);
+            const ub8 code = call_dict(1, VORN_OP_EQ, false, &res.vec, &col.vec, literal, 0, nullptr);
+            const std::string what = describe(1, VORN_OP_EQ, false, n, literal, 0);
+            const ub1 *out = reinterpret_cast<const ub1 *>(res.bv.data());
+            ub8 count = 0;
+            for (ub4 k = 0; k < (n + 7) / 8; ++k) {
+                ub1 want = static_cast<ub1>(reverse_bits(col.byte(k)) ^ (literal ? 0 : 0xff));
+                if (k == n / 8) want &= static_cast<ub1>((1u << (n % 8)) - 1);
+                ASSERT_EQ(out[k], want) << what << " byte " << k;
+                count += static_cast<ub8>(__builtin_popcount(want));
+            }
+            EXPECT_EQ(res.vec.num_ones, count) << what;
+            EXPECT_EQ(code, count == 0 ? 1u : 0u) << what;
+            EXPECT_TRUE(res.clear_behind(n)) << what;
+            EXPECT_TRUE(res.guard_intact()) << what;
         }
     }
 }
@@ -544,68 +495,6 @@ TEST(DictWidthOne, TheLiteralDecidesTheOutcome) {
         EXPECT_EQ(res.bv[0], c.bits) << what;  // and nothing behind row 11
         EXPECT_EQ(res.vec.num_ones, static_cast<ub4>(__builtin_popcountll(c.bits))) << what;
         EXPECT_EQ(code, c.bits ? 0u : 1u) << what;
-    }
-}
-
-// A complement or an all-ones answer over a column whose end is not on a
-// word leaves nothing set behind n, also after the filter.
-TEST(DictWidthOne, ComplementsLeaveNothingBehindTheLastRow) {
-    if (!served(1)) GTEST_SKIP();
-    std::mt19937_64 rng(19);
-    for (ub4 n : {1u, 63u, 65u, 127u, 129u, 200u, 1000u}) {
-        std::vector<ub8> codes(n);
-        for (auto &c : codes) c = rng() & 1;
-        auto col = packed_column(codes, 1);
-        const auto filter = random_bits(rng, n, 0.8);
-        for (bool filtered : {false, true}) {
-            col->vec.filter_bv = filtered ? filter.data() : nullptr;
-            for (auto [op, a] : {std::pair{unsigned(VORN_OP_EQ), ub8{0}}, std::pair{unsigned(VORN_OP_GE), ub8{0}},
-                                 std::pair{unsigned(VORN_OP_LT), ub8{1}}}) {
-                Result res(n, ~ub8{0});
-                const ub8 code = call_dict(1, op, false, &res.vec, &col->vec, a, 0, nullptr);
-                expect_matches(res, model(1, codes, op, false, a, 0, filtered ? filter.data() : nullptr), code,
-                               describe(1, op, false, n, a, 0));
-            }
-        }
-    }
-}
-
-}  // namespace
-
-namespace {
-
-// A result too large to stay in the cache is written past it: the same
-// bits and count, on a column of some 1.1 MiB with a partial last byte.
-TEST(DictWidthOne, LargeResultsGiveTheSameBits) {
-    if (!served(1)) GTEST_SKIP();
-    std::mt19937_64 rng(20);
-    const ub4 n = (9u << 20) + 77;
-    std::vector<ub8> stream(n / 64 + 2);
-    for (auto &w : stream) w = rng();
-    const ub1 *bytes = reinterpret_cast<const ub1 *>(stream.data());
-    vorn_enc_ctx enc{};
-    enc.flags = VORN_PACKED;
-    enc.bit_width = 1;
-    vorn_vec src{};
-    src.data = stream.data();
-    src.enc_ctx = &enc;
-    src.size = n;
-    for (ub8 literal : {1u, 0u}) {
-        Result res(n);
-        ASSERT_EQ(reinterpret_cast<std::uintptr_t>(res.bv.data()) % 16, 0u);  // the streaming stores' case
-        call_dict(1, VORN_OP_EQ, false, &res.vec, &src, literal, 0, nullptr);
-        const ub1 *out = reinterpret_cast<const ub1 *>(res.bv.data());
-        const ub1 flip = literal ? 0 : 0xff;
-        ub8 count = 0;
-        for (ub4 k = 0; k < n / 8; ++k) {
-            ASSERT_EQ(out[k], static_cast<ub1>(reverse_bits(bytes[k]) ^ flip)) << "literal " << literal << " byte " << k;
-            count += static_cast<ub8>(__builtin_popcount(out[k]));
-        }
-        const ub1 last = static_cast<ub1>((reverse_bits(bytes[n / 8]) ^ flip) & ((1u << (n % 8)) - 1));
-        EXPECT_EQ(out[n / 8], last);
-        EXPECT_EQ(res.vec.num_ones, count + static_cast<ub8>(__builtin_popcount(last)));
-        EXPECT_TRUE(res.clear_behind(n));
-        EXPECT_TRUE(res.guard_intact());
     }
 }
 

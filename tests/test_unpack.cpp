@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "decode/rle_expand.h"
+#include "support/guarded_stream.h"
 #include "support/lomp_column.h"
 #include "support/run_columns.h"
 #include "support/test_host.h"
@@ -149,7 +150,8 @@ TEST(Unpack, EveryWidthElementSelectionAndStorageAgreesWithTheModel) {
                             const ub4 size = src.col->vec.size;
                             const double density = std::uniform_real_distribution<double>(0, 1)(rng);
                             const Selection sel = make_selection(rng, kind, size, density, true);
-                            const ub4 start = size && rng() % 2 ? static_cast<ub4>(rng() % size) : 0;
+                            // From row 0, a random row, or the end (nothing to give).
+                            const ub4 start = rng() % 2 ? static_cast<ub4>(rng() % (size + 1)) : 0;
                             // Room for everything, or for a part.
                             const ub4 room = rng() % 3 ? size + 5 : 1 + static_cast<ub4>(rng() % (size + 1));
                             vorn_kernel_ctx k = host.kctx();
@@ -181,7 +183,7 @@ TEST(Unpack, EveryWidthElementSelectionAndStorageAgreesWithTheModel) {
 // Calls the kernel with `room_of(call)` elements at a time until it returns
 // 1, and returns everything it produced.  On run-length columns, after each
 // call the lengths of the runs before the one in byte_pos are overwritten:
-// a resumed call must not read them again.
+// a resumed call must not read them again; they are put back at the end.
 template <class RoomOf>
 std::vector<ub8> unpack_in_pieces(TestHost &host, Source &src, const Selection &sel, unsigned w, bool wide,
                                   RoomOf room_of, bool poison_behind) {
@@ -190,6 +192,7 @@ std::vector<ub8> unpack_in_pieces(TestHost &host, Source &src, const Selection &
     if (wide) k.flags |= VORN_CTX_UNPACK_UB4;
     apply(k, sel);
     ub1 *lens = src.col->lens.data();
+    const std::vector<ub1> saved(lens, lens + src.col->lens.size());
     const unsigned len_bytes = src.col->enc.rle_len_bits / 8;
     for (int calls = 0;; ++calls) {
         if (calls > 10000000) {
@@ -206,6 +209,7 @@ std::vector<ub8> unpack_in_pieces(TestHost &host, Source &src, const Selection &
             std::memset(lens, 0xee, static_cast<std::size_t>(run) * len_bytes);
         }
     }
+    std::copy(saved.begin(), saved.end(), lens);
     return all;
 }
 
@@ -223,20 +227,16 @@ TEST(Unpack, ManySmallCallsGiveWhatOneCallGives) {
                     const bool runs = layout != Layout::plain;
                     // Every start: one row a call, then two, then three.
                     for (ub4 step : {1u, 2u, 3u}) {
-                        std::vector<ub1> saved(src.col->lens.data(), src.col->lens.data() + src.col->lens.size());
                         const auto got = unpack_in_pieces(host, src, sel, w, wide, [&](int) { return step; }, runs);
-                        std::copy(saved.begin(), saved.end(), src.col->lens.data());
                         ASSERT_EQ(got, want) << kernel_name(w) << " " << sel_name(kind) << " layout "
                                              << static_cast<int>(layout) << " step " << step;
                     }
                     // Random rooms, and rooms about one block: a block may
                     // run only with 64 elements of room.
-                    std::vector<ub1> saved(src.col->lens.data(), src.col->lens.data() + src.col->lens.size());
                     for (ub4 spread : {150u, 12u}) {
                         const ub4 low = spread == 150 ? 1 : 58;
                         const auto got = unpack_in_pieces(
                             host, src, sel, w, wide, [&](int) { return low + static_cast<ub4>(rng() % spread); }, runs);
-                        std::copy(saved.begin(), saved.end(), src.col->lens.data());
                         ASSERT_EQ(got, want) << kernel_name(w) << " " << sel_name(kind) << " rooms from " << low;
                     }
                 }
@@ -246,18 +246,7 @@ TEST(Unpack, ManySmallCallsGiveWhatOneCallGives) {
 }
 
 // The stream with exactly the three readable bytes behind it that the
-// reference read may touch: under the sanitizer a block load past them
-// stops the test.
-struct ExactStream {
-    std::unique_ptr<ub1[]> bytes;
-    ExactStream(Column &col, unsigned w, ub4 codes) {
-        const std::size_t n = (static_cast<std::size_t>(codes) * w + 7) / 8 + 3;
-        bytes.reset(new ub1[n]);
-        std::memcpy(bytes.get(), col.data.data(), n);
-        col.vec.data = bytes.get();
-    }
-};
-
+// reference read may touch, and a page of no access behind them.
 TEST(Unpack, BlocksReadNothingBehindTheStreamsThreeSpareBytes) {
     std::mt19937_64 rng(28);
     TestHost host;
@@ -265,7 +254,8 @@ TEST(Unpack, BlocksReadNothingBehindTheStreamsThreeSpareBytes) {
         for (ub4 n : {64u, 100u, 128u, 191u, 192u, 257u, 1000u}) {
             for (Sel kind : {Sel::none, Sel::dense}) {
                 Source src = make_source(rng, w, Layout::plain, false, n);
-                ExactStream exact(*src.col, w, n);
+                const GuardedStream exact(src.col->data, (static_cast<std::size_t>(n) * w + 7) / 8 + 3);
+                src.col->vec.data = exact.data();
                 const Selection sel = make_selection(rng, kind, n, 0.9, true);
                 vorn_kernel_ctx k = host.kctx();
                 apply(k, sel);
@@ -288,35 +278,31 @@ struct RunColumn {
     }
 };
 
-TEST(Unpack, AStretchInsideOneRunFillsFromItsOneCode) {
+// A stretch from row_pos: inside one run it fills from the run's one code;
+// begun inside a run it takes only that run's remaining rows.  byte_pos
+// keeps the run (low half) and the row where it ends (high half).
+TEST(Unpack, AStretchFromInsideARun) {
     TestHost host;
-    RunColumn c({4, 9, 2}, {3, 10, 5}, 7);
-    vorn_kernel_ctx k = host.kctx();
-    k.row_pos = 5;
-    Out out(4, 1);
-    const Got g = call(k, c.src, out, 7);
-    EXPECT_EQ(g.code, 0u);
-    EXPECT_EQ(g.num_ones, 4u);
-    for (ub4 i = 0; i < 4; ++i) EXPECT_EQ(out.at(i), 9u);
-    EXPECT_EQ(k.row_pos, 9u);
-    EXPECT_EQ(static_cast<ub4>(k.byte_pos), 1u);        // run 1
-    EXPECT_EQ(static_cast<ub4>(k.byte_pos >> 32), 13u);  // ends at row 13
-    EXPECT_TRUE(out.guard_intact());
-}
-
-TEST(Unpack, AStretchThatStartsInsideARunTakesOnlyItsRemainingRows) {
-    TestHost host;
-    RunColumn c({4, 9, 2}, {3, 10, 5}, 7, 16);
-    vorn_kernel_ctx k = host.kctx();
-    k.row_pos = 11;
-    Out out(100, 1);
-    const Got g = call(k, c.src, out, 7);
-    EXPECT_EQ(g.num_ones, 7u);
-    const ub8 want[] = {9, 9, 2, 2, 2, 2, 2};
-    for (ub4 i = 0; i < 7; ++i) EXPECT_EQ(out.at(i), want[i]);
-    EXPECT_EQ(k.row_pos, 18u);
-    EXPECT_EQ(static_cast<ub4>(k.byte_pos), 2u);
-    EXPECT_EQ(static_cast<ub4>(k.byte_pos >> 32), 18u);
+    struct Case {
+        unsigned len_bits;
+        ub4 row_pos, room;
+        std::vector<ub8> want;
+        ub4 next_row, run, run_end;
+    };
+    const Case cases[] = {{8, 5, 4, {9, 9, 9, 9}, 9, 1, 13}, {16, 11, 100, {9, 9, 2, 2, 2, 2, 2}, 18, 2, 18}};
+    for (const Case &c : cases) {
+        RunColumn col({4, 9, 2}, {3, 10, 5}, 7, c.len_bits);
+        vorn_kernel_ctx k = host.kctx();
+        k.row_pos = c.row_pos;
+        Out out(c.room, 1);
+        const Got g = call(k, col.src, out, 7);
+        std::vector<ub8> all(c.row_pos, 0);  // expect_output skips the rows before row_pos
+        all.insert(all.end(), c.want.begin(), c.want.end());
+        expect_output(out, g, all, c.row_pos, "from row " + std::to_string(c.row_pos));
+        EXPECT_EQ(k.row_pos, c.next_row);
+        EXPECT_EQ(static_cast<ub4>(k.byte_pos), c.run);
+        EXPECT_EQ(static_cast<ub4>(k.byte_pos >> 32), c.run_end);
+    }
 }
 
 // A caller that moves row_pos back without clearing byte_pos: the walk
@@ -361,22 +347,6 @@ TEST(Unpack, RunsOfLengthZeroInsideAStretch) {
     }
 }
 
-TEST(Unpack, RowPosAtTheEndGivesNothing) {
-    std::mt19937_64 rng(23);
-    TestHost host;
-    for (Layout layout : {Layout::plain, Layout::rle8}) {
-        Source src = make_source(rng, 9, layout, false, 100);
-        vorn_kernel_ctx k = host.kctx();
-        k.row_pos = src.col->vec.size;
-        Out out(10, 2);
-        const Got g = call(k, src, out, 9);
-        EXPECT_EQ(g.code, 1u);
-        EXPECT_EQ(g.num_ones, 0u);
-        EXPECT_TRUE(k.done_flags & VORN_DONE_UNPACK_SEL);
-        EXPECT_TRUE(out.guard_intact());
-    }
-}
-
 // A list of rows on a run-length column fills at most the room of each
 // call and goes on where the last call stopped, inside a run or not.
 TEST(Unpack, ListedRowsOfRunsStopAtTheRoomAndResume) {
@@ -399,11 +369,9 @@ TEST(Unpack, ListedRowsOfRunsStopAtTheRoomAndResume) {
             const double density = rng() % 2 ? 0.05 : 0.7;
             const Selection sel = make_selection(rng, Sel::list, src.col->vec.size, density, true);
             const std::vector<ub8> want = model(src.rows, sel, 0, ~0u).out;
-            std::vector<ub1> saved(src.col->lens.data(), src.col->lens.data() + src.col->lens.size());
             for (ub4 spread : {1u, 3u, 20u}) {
                 const auto got = unpack_in_pieces(
                     host, src, sel, w, wide, [&](int) { return 1 + static_cast<ub4>(rng() % spread); }, true);
-                std::copy(saved.begin(), saved.end(), src.col->lens.data());
                 ASSERT_EQ(got, want) << kernel_name(w) << (wide ? " ub4" : "") << " layout "
                                      << static_cast<int>(layout) << " rooms up to " << spread;
             }
@@ -485,75 +453,76 @@ ub8 get(const ub1 *p, unsigned esize) {
     return v;
 }
 
+// Random runs for an expansion: their values, stored lengths, the rows of
+// the first run that remain (first) and the rows cut from the last (trim),
+// and the elements that must come out.  In place, the last element already
+// holds the last value and the trim leaves it unwritten: trim is 1 to the
+// last run's length and one element fewer is cut.
+struct RunCase {
+    std::vector<ub8> values, want;
+    std::vector<ub1> lens;
+    ub4 first, trim;
+    RunCase(std::mt19937_64 &rng, const Expansion &x, ub4 max_runs, bool in_place) {
+        const ub4 runs = 1 + static_cast<ub4>(rng() % max_runs);
+        auto lengths = random_lengths(rng, runs, x.len_bytes * 8, !in_place);
+        lengths[0] = std::max<ub4>(lengths[0], 1);
+        lengths.back() = std::max<ub4>(lengths.back(), 1);
+        first = 1 + static_cast<ub4>(rng() % lengths[0]);
+        const ub4 last_len = runs == 1 ? first : lengths.back();
+        trim = in_place ? 1 + static_cast<ub4>(rng() % last_len) : static_cast<ub4>(rng() % (last_len + 1));
+        values.resize(runs);
+        for (ub4 r = 0; r < runs; ++r) {
+            values[r] = rng() & ((ub8{1} << (8 * x.esize)) - 1);
+            ub4 n = r == 0 ? first : lengths[r];
+            if (r + 1 == runs) n -= in_place ? trim - 1 : trim;
+            want.insert(want.end(), n, values[r]);
+        }
+        lens = stored_lengths(lengths, x.len_bytes);
+    }
+    // Calls the expansion with the values at `codes` into `out`.
+    void expand(const Expansion &x, ub1 *out, const ub1 *codes) const {
+        vorn_vec res{}, src{};
+        res.data = out;
+        src.data = const_cast<ub1 *>(codes);
+        src.size = static_cast<ub4>(values.size());
+        x.fn(&res, &src, lens.data(), first, trim);
+    }
+};
+
 TEST(RunExpansion, FillsEachRunWithItsValueIntoASeparateArray) {
     std::mt19937_64 rng(25);
     for (const Expansion &x : kExpansions) {
         for (int trial = 0; trial < 300; ++trial) {
-            const ub4 runs = 1 + static_cast<ub4>(rng() % 20);
-            auto lengths = random_lengths(rng, runs, x.len_bytes * 8);
-            lengths[0] = std::max<ub4>(lengths[0], 1);
-            lengths.back() = std::max<ub4>(lengths.back(), 1);
-            const ub4 first = 1 + static_cast<ub4>(rng() % lengths[0]);
-            const ub4 last_len = runs == 1 ? first : lengths.back();
-            const ub4 trim = static_cast<ub4>(rng() % (last_len + 1));
-            std::vector<ub8> values(runs), want;
-            for (ub4 r = 0; r < runs; ++r) {
-                values[r] = rng() & (x.esize == 4 ? 0xffffffffull : (ub8{1} << (8 * x.esize)) - 1);
-                ub4 n = r == 0 ? first : lengths[r];
-                if (r + 1 == runs) n -= trim;
-                want.insert(want.end(), n, values[r]);
-            }
-            std::vector<ub1> value_bytes(runs * x.esize);
-            for (ub4 r = 0; r < runs; ++r) put(value_bytes.data() + r * x.esize, x.esize, values[r]);
-            const auto lens = stored_lengths(lengths, x.len_bytes);
+            const RunCase c(rng, x, 20, false);
+            std::vector<ub1> value_bytes(c.values.size() * x.esize);
+            for (std::size_t r = 0; r < c.values.size(); ++r) put(value_bytes.data() + r * x.esize, x.esize, c.values[r]);
             // The output at every offset from a 16-byte boundary.
             const ub4 shift = static_cast<ub4>(rng() % 16) / x.esize;
-            std::vector<ub1> buffer((want.size() + shift + 16) * x.esize + 16, 0xc3);
+            std::vector<ub1> buffer((c.want.size() + shift + 16) * x.esize + 16, 0xc3);
             ub1 *out = buffer.data() + shift * x.esize;
-            vorn_vec res{}, src{};
-            res.data = out;
-            src.data = value_bytes.data();
-            src.size = runs;
-            x.fn(&res, &src, lens.data(), first, trim);
-            for (std::size_t i = 0; i < want.size(); ++i)
-                ASSERT_EQ(get(out + i * x.esize, x.esize), want[i]) << x.name << " element " << i;
-            for (std::size_t i = want.size() * x.esize; out + i < buffer.data() + buffer.size(); ++i)
+            c.expand(x, out, value_bytes.data());
+            for (std::size_t i = 0; i < c.want.size(); ++i)
+                ASSERT_EQ(get(out + i * x.esize, x.esize), c.want[i]) << x.name << " element " << i;
+            for (std::size_t i = c.want.size() * x.esize; out + i < buffer.data() + buffer.size(); ++i)
                 ASSERT_EQ(out[i], 0xc3) << x.name << " wrote behind its rows";
         }
     }
 }
 
 // As the unpacking decoders use them: the values stand at the end of the
-// output, and the trim leaves the last element, which already holds the last
-// value, unwritten.
+// output and are expanded from the front.
 TEST(RunExpansion, InPlaceFromTheFront) {
     std::mt19937_64 rng(26);
     for (const Expansion &x : kExpansions) {
         for (int trial = 0; trial < 300; ++trial) {
-            const ub4 runs = 1 + static_cast<ub4>(rng() % 30);
-            auto lengths = random_lengths(rng, runs, x.len_bytes * 8, false);
-            const ub4 first = 1 + static_cast<ub4>(rng() % lengths[0]);
-            const ub4 last_len = runs == 1 ? first : lengths.back();
-            const ub4 trim = 1 + static_cast<ub4>(rng() % last_len);
-            std::vector<ub8> values(runs), want;
-            for (ub4 r = 0; r < runs; ++r) {
-                values[r] = rng() & ((ub8{1} << (8 * x.esize)) - 1);
-                ub4 n = r == 0 ? first : lengths[r];
-                if (r + 1 == runs) n -= trim - 1;
-                want.insert(want.end(), n, values[r]);
-            }
-            const ub4 rows = static_cast<ub4>(want.size());
+            const RunCase c(rng, x, 30, true);
+            const std::size_t rows = c.want.size(), runs = c.values.size();
             std::vector<ub1> buffer(rows * x.esize + 16, 0x3c);
             ub1 *codes = buffer.data() + (rows - runs) * x.esize;
-            for (ub4 r = 0; r < runs; ++r) put(codes + r * x.esize, x.esize, values[r]);
-            const auto lens = stored_lengths(lengths, x.len_bytes);
-            vorn_vec res{}, src{};
-            res.data = buffer.data();
-            src.data = codes;
-            src.size = runs;
-            x.fn(&res, &src, lens.data(), first, trim);
-            for (ub4 i = 0; i < rows; ++i)
-                ASSERT_EQ(get(buffer.data() + i * x.esize, x.esize), want[i]) << x.name << " element " << i;
+            for (std::size_t r = 0; r < runs; ++r) put(codes + r * x.esize, x.esize, c.values[r]);
+            c.expand(x, buffer.data(), codes);
+            for (std::size_t i = 0; i < rows; ++i)
+                ASSERT_EQ(get(buffer.data() + i * x.esize, x.esize), c.want[i]) << x.name << " element " << i;
         }
     }
 }

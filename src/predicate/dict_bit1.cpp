@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "frame/entries.h"
+#include "predicate/lanes.h"
 
 namespace vorn::dict {
 namespace {
@@ -37,15 +38,11 @@ constexpr ub8 kStreamingBytes = ub8{1} << 20;
 // lookups.
 template <bool Complement>
 struct ByteReversal {
-    __m128i low_to_high, high_to_low, nibble;
+    __m128i low_to_high, high_to_low;
     ByteReversal()
         : low_to_high(_mm_load_si128(reinterpret_cast<const __m128i *>(kLowToHigh[Complement].data()))),
-          high_to_low(_mm_load_si128(reinterpret_cast<const __m128i *>(kHighToLow[Complement].data()))),
-          nibble(_mm_set1_epi8(0x0f)) {}
-    VORN_INLINE __m128i operator()(__m128i v) const {
-        const __m128i lo = _mm_and_si128(v, nibble), hi = _mm_and_si128(_mm_srli_epi16(v, 4), nibble);
-        return _mm_or_si128(_mm_shuffle_epi8(low_to_high, lo), _mm_shuffle_epi8(high_to_low, hi));
-    }
+          high_to_low(_mm_load_si128(reinterpret_cast<const __m128i *>(kHighToLow[Complement].data()))) {}
+    VORN_INLINE __m128i operator()(__m128i v) const { return lanes::nibble_lookup(v, high_to_low, low_to_high); }
 };
 
 // The rows of code 1, or with Complement of code 0, of `blocks` blocks of

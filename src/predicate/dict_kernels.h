@@ -11,6 +11,7 @@
 
 #include "frame/compare_frame.h"
 #include "predicate/dict_bit1.h"
+#include "predicate/dict_nibble_table.h"
 #include "predicate/dict_entries.h"
 #include "predicate/dict_lanes.h"
 #include "predicate/dict_windows.h"
@@ -20,8 +21,9 @@ namespace vorn {
 template <ub4 W, Cmp C, bool Null>
 using DictCompare =
     std::conditional_t<W == 1, dict::Bit1Compare<C, Null>,
-                       std::conditional_t<dict::is_window_width(W), dict::WindowCompare<W, C, Null>,
-                                          dict::LaneCompare<W, C, Null>>>;
+                       std::conditional_t<dict::is_nibble_table_width(W), dict::NibbleTableCompare<W, C, Null>,
+                                          std::conditional_t<dict::is_window_width(W), dict::WindowCompare<W, C, Null>,
+                                                             dict::LaneCompare<W, C, Null>>>>;
 
 template <ub4 W, Cmp C, bool Null>
 ub8 dict_compare(vorn_vec *res, vorn_vec *src, const void *const *literals, vorn_kernel_ctx *kctx) {

@@ -123,4 +123,13 @@ VORN_INLINE void unroll(F &&f) {
     unroll(f, std::make_integer_sequence<ub4, N>{});
 }
 
+// A 16-entry table lookup by each nibble of every byte: the high nibble
+// indexes `high`, the low nibble `low`, and the two answers are ORed.  The
+// width-1, 2 and 4 compares build a byte's rows from it.
+VORN_INLINE V nibble_lookup(V v, V high, V low) {
+    const V nibble = _mm_set1_epi8(0x0f);
+    const V lo = _mm_and_si128(v, nibble), hi = _mm_and_si128(_mm_srli_epi16(v, 4), nibble);
+    return _mm_or_si128(_mm_shuffle_epi8(high, hi), _mm_shuffle_epi8(low, lo));
+}
+
 }  // namespace vorn::lanes
