@@ -33,10 +33,6 @@ inline constexpr ub4 kPrefetchRows = 32;
 // and the copy does not wait on the value's own miss.
 inline constexpr ub4 kValueAheadRows = 16;
 
-// Key kind of a column of 16-byte records that carry a row id as the ub8
-// at byte 8: the (key, row id) pairs that a probe leaves.
-inline constexpr ub4 kKeyKindRidRecord = 0x41;
-
 struct Value {
     const ub1 *addr;
     ub8 len;
@@ -79,7 +75,7 @@ inline IdKind id_kind(const vorn_vec *src) {
             default: return IdKind::kNone;
         }
     }
-    if (VORN_KEY_KIND(flags) == kKeyKindRidRecord) return IdKind::kRecord;
+    if (VORN_KEY_KIND(flags) == VORN_KEY_KIND_KEYRID) return IdKind::kRecord;
     return IdKind::kNone;
 }
 
