@@ -2,7 +2,7 @@
 // caches, beside a plain loop that computes the page and slot and copies,
 // without prefetch, and the streaming read of the store.
 //
-//   fixed8   a fixed-stride store of 512 MiB: 16M rows of 32 bytes in 16
+//   fixed8   a fixed-stride store of 1 GiB: 16M rows of 64 bytes in 16
 //            pages; one 8-byte column per id into a VORN_FIXED result.
 //            The fixed loops do not prefetch; the extra row
 //            fixed8/scalar_prefetch is the plain loop with a prefetch 32
@@ -10,11 +10,10 @@
 //   refs     a ten-byte reference store of 16M rows in 16 pages (160 MiB)
 //            whose references point at 8-byte values (128 MiB); values
 //            copied into a VORN_LV_SEP result.  The kernel keeps the
-//            reference lines of 32 rows in flight.
+//            reference lines of 32 rows in flight, and the values of 16.
 //
 // Bytes are those of the store (rows, or references and values), and the
-// bandwidth row reads them once from end to end.  The store is 512 MiB, not
-// 1 GiB, so that eight jobs on this 24 GiB machine keep their memory.
+// bandwidth row reads them once from end to end.
 #include <xmmintrin.h>
 
 #include <memory>
@@ -28,7 +27,7 @@ using namespace vornbench;
 constexpr ub4 kIds = 16u << 20;
 constexpr ub4 kLowBit = 20;  // 2^20 slots a page
 constexpr ub4 kPages = kIds >> kLowBit;
-constexpr ub4 kStride = 32;
+constexpr ub4 kStride = 64;
 
 struct Ids {
     std::vector<ub8> ids;

@@ -478,6 +478,9 @@ typedef ub8 (*vorn_hash_entry_fn)(vorn_vec *res, vorn_vec *src, vorn_vec *seeds,
 /* Key kind (bits 24 to 30 of the enc_ctx flags) of a column of finished
  * 16-byte {row id ub8, hash ub8} records. */
 #define VORN_KEY_KIND_RIDHASH 0x21u
+/* Key kind of a column of 16-byte {key ub8, row id ub8} records, the pairs a
+ * probe leaves: the gathers read the row id at byte 8. */
+#define VORN_KEY_KIND_KEYRID 0x41u
 #define VORN_KEY_KIND_FLAGS(kind) ((ub4)(kind) << 24)
 
 /*

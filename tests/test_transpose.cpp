@@ -20,7 +20,7 @@ TEST(TransposeReference, EveryLayoutGivesLengthAndAddressOfItsValues) {
             std::vector<Value> values;
             const std::size_t width = 1 + rng() % 8;
             for (ub4 i = 0; i < n; ++i)
-                values.push_back(layout == VORN_FIXED ? random_fixed_value(rng, width) : random_length_value(rng, 20));
+                values.push_back(layout == VORN_FIXED ? random_bytes(rng, width) : random_length_value(rng, 20));
             auto src = value_column(values, layout);
             const ub4 cols = 3, col = static_cast<ub4>(rng() % cols);
             Bytes table(10 * cols * n + 10);
@@ -45,20 +45,6 @@ TEST(TransposeReference, EveryLayoutGivesLengthAndAddressOfItsValues) {
             EXPECT_EQ(table.data()[10 * cols * n], 0xee);
         }
     }
-}
-
-TEST(TransposeReference, RefusesOtherStoresAndLayouts) {
-    auto src = value_column({{1, 2}}, VORN_LV);
-    Bytes table(20);
-    ub1 *tables[] = {table.data()};
-    vorn_transpose_spec spec{};
-    spec.flags = VORN_STORE_OFFSETS;
-    spec.num_cols = 1;
-    spec.ref_tables = tables;
-    EXPECT_EQ(ctx().vorn_transpose_reference_dydi(&spec, &src->vec, 0, 0, nullptr), 2u);
-    spec.flags = VORN_STORE_REFS;
-    src->enc.flags = VORN_PACKED;
-    EXPECT_EQ(ctx().vorn_transpose_reference_dydi(&spec, &src->vec, 0, 0, nullptr), 2u);
 }
 
 // ---- Fixed transpose -----------------------------------------------------------------
@@ -102,19 +88,13 @@ TEST(TransposeFixed, EveryWidthAtEveryAlignmentAndLength) {
                 std::vector<Value> values;
                 Bytes raw(len * ub8{n} + 16);
                 for (ub4 i = 0; i < n; ++i) {
-                    values.push_back(random_fixed_value(rng, len));
+                    values.push_back(random_bytes(rng, len));
                     std::memcpy(raw.data() + misalign + len * i, values.back().data(), len);
                 }
-                vorn_enc_ctx enc{};
-                enc.flags = VORN_FIXED;
-                enc.bit_width = 8u * len;
-                vorn_vec src{};
-                src.enc_ctx = &enc;
-                src.data = raw.data() + misalign;
-                src.size = n;
+                RawColumn src(VORN_FIXED, 8u * len, raw.data() + misalign, n);
                 const ub2 stride = static_cast<ub2>(len + 1 + rng() % 40);
                 FixedTarget target(n, len, stride, static_cast<ub1>(rng() % (stride - len + 1)));
-                ASSERT_EQ(ctx().vorn_transpose_fixed_dydi(&target.spec, &src, 1, 1, nullptr), 0u);
+                ASSERT_EQ(ctx().vorn_transpose_fixed_dydi(&target.spec, &src.vec, 1, 1, nullptr), 0u);
                 target.expect(values, stride,
                               "len " + std::to_string(len) + " n " + std::to_string(n) + " misalign " +
                                   std::to_string(misalign));
@@ -139,42 +119,21 @@ TEST(TransposeFixed, DictionaryCodesWriteTheirValues) {
             else std::memcpy(v.data(), &table[c], 8);
             values.push_back(v);
         }
-        vorn_enc_ctx enc{};
-        enc.flags = VORN_CODE_ARRAY | VORN_CODE_VALUES;
-        enc.code_values = len == 4 ? static_cast<const void *>(table4.data()) : table.data();
-        vorn_vec src{};
-        src.enc_ctx = &enc;
-        src.data = codes.data();
-        src.size = n;
+        RawColumn src(VORN_CODE_ARRAY | VORN_CODE_VALUES, 32, codes.data(), n);
+        src.enc.code_values = len == 4 ? static_cast<const void *>(table4.data()) : table.data();
         FixedTarget target(n, len, 24, 5);
-        ASSERT_EQ(ctx().vorn_transpose_fixed_dydi(&target.spec, &src, 1, 1, nullptr), 0u);
+        ASSERT_EQ(ctx().vorn_transpose_fixed_dydi(&target.spec, &src.vec, 1, 1, nullptr), 0u);
         target.expect(values, 24, "dictionary " + std::to_string(len));
-
-        // Without the values flag a code array is no fixed column.
-        enc.flags = VORN_CODE_ARRAY;
-        EXPECT_EQ(ctx().vorn_transpose_fixed_dydi(&target.spec, &src, 1, 1, nullptr), 2u);
     }
-    vorn_enc_ctx enc{};
-    enc.flags = VORN_FIXED;
-    enc.bit_width = 8;
-    vorn_vec src{};
-    src.enc_ctx = &enc;
-    FixedTarget target(1, 1, 4, 0);
-    target.spec.flags = VORN_STORE_REFS;
-    EXPECT_EQ(ctx().vorn_transpose_fixed_dydi(&target.spec, &src, 1, 1, nullptr), 2u);
 }
 
 TEST(TransposeFixedDeathTest, ABlockBelowZeroStopsOnTheAssertion) {
-    vorn_enc_ctx enc{};
-    enc.flags = VORN_FIXED;
-    enc.bit_width = 32;
-    vorn_vec src{};
-    src.enc_ctx = &enc;
+    RawColumn src(VORN_FIXED, 32, nullptr, 0);
     FixedTarget target(1, 4, 8, 0);
-    EXPECT_DEATH(ctx().vorn_transpose_fixed_dydi(&target.spec, &src, 1, -1, nullptr),
+    EXPECT_DEATH(ctx().vorn_transpose_fixed_dydi(&target.spec, &src.vec, 1, -1, nullptr),
                  "vornc_x86:[0-9]+: vorn_transpose_fixed_fixed_4: Assertion `FALSE' failed");
     target.lens[1] = 3;
-    EXPECT_DEATH(ctx().vorn_transpose_fixed_dydi(&target.spec, &src, 1, -1, nullptr),
+    EXPECT_DEATH(ctx().vorn_transpose_fixed_dydi(&target.spec, &src.vec, 1, -1, nullptr),
                  "vorn_transpose_fixed_fixed: Assertion `FALSE' failed");
 }
 
@@ -320,7 +279,9 @@ TEST(TransposeConvert, LaterCallsContinueTheOffsets) {
     EXPECT_TRUE(read_block(*s, want).offsets == want.offsets);
 }
 
-TEST(TransposeConvert, EmptyRangesAndRefusals) {
+// Every transpose refuses the stores and layouts it has no loop for, and
+// writes nothing then.
+TEST(Transpose, EmptyRangesAndRefusals) {
     std::mt19937_64 rng(916);
     const Table t = random_table(rng, 4, 2);
     auto s = reference_store(t, VORN_STORE_REFS, 64);
@@ -333,12 +294,29 @@ TEST(TransposeConvert, EmptyRangesAndRefusals) {
     EXPECT_EQ(ctx().vorn_transpose_convert_dydi(&s->tspec, s->ref_table_ptrs.data(), 0, 0, 0, 3, &k), 2u);
     EXPECT_EQ(s->data_cursors[0], s->data[0].data());
 
-    // An empty source writes no reference.
+    // An empty source writes no reference; an offset store or a packed
+    // source has no reference loop.
     auto empty = value_column({}, VORN_LV_SEP);
     s->tspec.flags = VORN_STORE_REFS;
     std::memset(s->ref_tables[0].data(), 0x33, 10);
     EXPECT_EQ(ctx().vorn_transpose_reference_dydi(&s->tspec, &empty->vec, 0, 0, nullptr), 0u);
+    auto packed = value_column({{1, 2}}, VORN_LV);
+    packed->enc.flags = VORN_PACKED;
+    EXPECT_EQ(ctx().vorn_transpose_reference_dydi(&s->tspec, &packed->vec, 0, 0, nullptr), 2u);
+    s->tspec.flags = VORN_STORE_OFFSETS;
+    auto lv = value_column({{1, 2}}, VORN_LV);
+    EXPECT_EQ(ctx().vorn_transpose_reference_dydi(&s->tspec, &lv->vec, 0, 0, nullptr), 2u);
     EXPECT_EQ(s->ref_tables[0].data()[0], 0x33);
+
+    // The fixed transpose: a store other than fixed rows, a code array
+    // without its values.
+    FixedTarget target(1, 4, 8, 0);
+    const ub4 code = 0;
+    RawColumn fixed(VORN_FIXED, 32, &code, 1), codes(VORN_CODE_ARRAY, 32, &code, 1);
+    EXPECT_EQ(ctx().vorn_transpose_fixed_dydi(&target.spec, &codes.vec, 1, 1, nullptr), 2u);
+    target.spec.flags = VORN_STORE_REFS;
+    EXPECT_EQ(ctx().vorn_transpose_fixed_dydi(&target.spec, &fixed.vec, 1, 1, nullptr), 2u);
+    target.expect({}, 8, "refused");
 }
 
 }  // namespace

@@ -5,8 +5,8 @@
 // stores); vorn_gather_one_col_dydi one column by index;
 // vorn_gather_cols_dydi the columns of a list, in its order.  Ids come from
 // src: a VORN_FIXED column of native 1, 2, 4 or 8-byte ids, or 16-byte
-// records of key kind 0x41 with the id at byte 8.  Rows row_pos to
-// src.size - 1 are done; 19 stops at the value without room (see
+// records of key kind VORN_KEY_KIND_KEYRID with the id at byte 8.  Rows
+// row_pos to src.size - 1 are done; 19 stops at the value without room (see
 // gather_loops.h for the result's fields).
 //
 // Before any of that, vorn_gather_dydi copies a VORN_PTR_LEN or VORN_LEN_PTR

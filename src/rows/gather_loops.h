@@ -27,10 +27,11 @@ inline constexpr ub8 kGatherFull = 19;
 
 // Rows whose store line is in flight ahead of the row being copied.
 inline constexpr ub4 kPrefetchRows = 32;
-
-// Key kind of a column of 16-byte records that carry a row id as the ub8
-// at byte 8: the (key, row id) pairs that a probe leaves.
-inline constexpr ub4 kKeyKindRidRecord = 0x41;
+// Where the store line holds the value's address (the ten-byte references),
+// the value of the row this many ahead is requested as well: its reference
+// line was requested 16 rows before, so the address is read from the cache,
+// and the copy does not wait on the value's own miss.
+inline constexpr ub4 kValueAheadRows = 16;
 
 struct Value {
     const ub1 *addr;
@@ -46,6 +47,7 @@ VORN_INLINE const ub1 *address_at(const ub1 *p) { return reinterpret_cast<const 
 // A VORN_FIXED column of native unsigned ids of 1, 2, 4 or 8 bytes.
 template <class T>
 struct FixedIds {
+    static constexpr ub4 kBits = 8 * sizeof(T);
     const ub1 *data;
     explicit FixedIds(const vorn_vec *src) : data(bytes_of(src->data)) {}
     VORN_INLINE ub8 operator()(ub8 row) const { return load<T>(data + sizeof(T) * row); }
@@ -53,6 +55,7 @@ struct FixedIds {
 
 // 16-byte records, the id at byte 8.
 struct RecordIds {
+    static constexpr ub4 kBits = 64;
     const ub1 *data;
     explicit RecordIds(const vorn_vec *src) : data(bytes_of(src->data)) {}
     VORN_INLINE ub8 operator()(ub8 row) const { return load<ub8>(data + 16 * row + 8); }
@@ -72,7 +75,7 @@ inline IdKind id_kind(const vorn_vec *src) {
             default: return IdKind::kNone;
         }
     }
-    if (VORN_KEY_KIND(flags) == kKeyKindRidRecord) return IdKind::kRecord;
+    if (VORN_KEY_KIND(flags) == VORN_KEY_KIND_KEYRID) return IdKind::kRecord;
     return IdKind::kNone;
 }
 
@@ -132,8 +135,10 @@ struct RefStore {
         const ub1 *ref = row + 10 * ub8{col};
         return {address_at(ref + 2), load<ub2>(ref)};
     }
-    // The line that the prefetch brings in ahead: the row's first reference.
+    // The lines that the prefetch brings in ahead: the row's first
+    // reference, and later the value of reference c.
     VORN_INLINE const void *line(Row row) const { return row; }
+    VORN_INLINE const void *value_line(Row row, ub4 col) const { return address_at(row + 10 * ub8{col} + 2); }
 };
 
 // ub4 offsets into the page's bytes; a row of n values reads n + 1 offsets.
@@ -157,7 +162,6 @@ struct OffsetStore {
         const ub4 from = load<ub4>(row.offsets + col), to = load<ub4>(row.offsets + col + 1);
         return {row.bytes + from, ub8{to - from}};
     }
-    VORN_INLINE const void *line(Row row) const { return row.offsets; }
 };
 
 // Rows of fixed stride; column c at col_offsets[c], col_lens[c] bytes.
@@ -171,17 +175,6 @@ struct FixedStore {
         : pages(spec->data_pages), lens(spec->col_lens), offsets(spec->col_offsets), stride(spec->row_stride) {}
     VORN_INLINE Row row(ub8 page, ub4 slot) const { return pages[page] + slot * stride; }
     VORN_INLINE Value value(Row row, ub4 col) const { return {row + offsets[col], lens[col]}; }
-    VORN_INLINE const void *line(Row row) const { return row; }
-};
-
-// The fixed store when every value fetched is of one column whose length
-// is known when the loop is built: the copy is then one load and one store,
-// and the loop stays short enough for the processor to keep many rows'
-// line misses in flight.
-template <ub8 kLen>
-struct FixedStoreOf : FixedStore {
-    explicit FixedStoreOf(const vorn_gather_spec *spec) : FixedStore(spec) {}
-    VORN_INLINE Value value(Row row, ub4 col) const { return {row + offsets[col], kLen}; }
 };
 
 // ---- Result layouts ------------------------------------------------------------
@@ -257,25 +250,17 @@ struct LenPtrSink : SinkBase {
 };
 
 // The bytes alone, end to end: a row of the fixed store's columns becomes
-// one element of the result of their summed lengths.  kLen, when not 0, is
-// the length of every value, and the copy is one move.
-template <ub8 kLen>
-struct FixedSinkOf : SinkBase {
-    explicit FixedSinkOf(vorn_vec *res) : SinkBase(res) {}
+// one element of the result of their summed lengths.
+struct FixedSink : SinkBase {
+    explicit FixedSink(vorn_vec *res) : SinkBase(res) {}
     VORN_INLINE bool put(Value v) {
-        const ub8 len = kLen ? kLen : v.len;
-        if (VORN_UNLIKELY(no_room(len))) return false;
-        if constexpr (kLen != 0) {
-            std::memcpy(data + at, v.addr, kLen);
-        } else {
-            fast_copy(data + at, v.addr, len);
-        }
-        at += len;
+        if (VORN_UNLIKELY(no_room(v.len))) return false;
+        fast_copy(data + at, v.addr, v.len);
+        at += v.len;
         ++count;
         return true;
     }
 };
-using FixedSink = FixedSinkOf<0>;
 
 // Calls fn.template operator()<Sink>() with the sink of the first of
 // VORN_LV_SEP, VORN_LV, VORN_PTR_LEN, VORN_LEN_PTR that res has, or returns 2.
@@ -291,10 +276,10 @@ VORN_INLINE ub8 with_variable_sink(const vorn_vec *res, Fn &&fn) {
 
 // The fixed store gives bytes in place: VORN_FIXED copies them, VORN_PTR_LEN
 // points at them.
-template <ub8 kLen = 0, class Fn>
+template <class Fn>
 VORN_INLINE ub8 with_fixed_sink(const vorn_vec *res, Fn &&fn) {
     const ub4 flags = res->enc_ctx->flags;
-    if (flags & VORN_FIXED) return fn.template operator()<FixedSinkOf<kLen>>();
+    if (flags & VORN_FIXED) return fn.template operator()<FixedSink>();
     if (flags & VORN_PTR_LEN) return fn.template operator()<PtrLenSink>();
     return kNotServed;
 }
@@ -304,6 +289,7 @@ VORN_INLINE ub8 with_fixed_sink(const vorn_vec *res, Fn &&fn) {
 // The row is one value.
 struct RowValue {
     static constexpr bool kPrefetches = true;
+    static constexpr ub4 first() { return 0; }
     template <class Store, class Sink>
     VORN_INLINE bool put(const Store &store, typename Store::Row row, Sink &out) const {
         return out.put(store.value(row, 0));
@@ -314,6 +300,7 @@ struct RowValue {
 struct AllColumns {
     static constexpr bool kPrefetches = true;
     ub4 num;
+    static constexpr ub4 first() { return 0; }
     template <class Store, class Sink>
     VORN_INLINE bool put(const Store &store, typename Store::Row row, Sink &out) const {
         for (ub4 c = 0; c < num; ++c)
@@ -326,6 +313,7 @@ struct AllColumns {
 struct OneColumn {
     static constexpr bool kPrefetches = true;
     ub4 col;
+    ub4 first() const { return col; }
     template <class Store, class Sink>
     VORN_INLINE bool put(const Store &store, typename Store::Row row, Sink &out) const {
         return out.put(store.value(row, col));
@@ -351,7 +339,8 @@ struct ColumnList {
 // Rows row_pos to src.size - 1.  Stops with 19 at the first value without
 // room: row_pos is then that value's row, whose earlier values stay written.
 // Where the store and the columns prefetch, the store lines of the next 32
-// rows are always requested ahead of the row being copied.
+// rows are always requested ahead of the row being copied, and the row's
+// first value 16 rows ahead.
 template <class Ids, class Store, class Sink, class Columns>
 VORN_NOINLINE ub8 gather_rows(vorn_vec *res, const vorn_vec *src, const vorn_gather_spec *spec,
                               vorn_kernel_ctx *ctx, Columns cols) {
@@ -378,6 +367,8 @@ VORN_NOINLINE ub8 gather_rows(vorn_vec *res, const vorn_vec *src, const vorn_gat
         const ub4 ahead_end = n > kPrefetchRows ? n - kPrefetchRows : 0;
         for (; row < ahead_end; ++row) {
             _mm_prefetch(static_cast<const char *>(store.line(row_at(row + kPrefetchRows))), _MM_HINT_T0);
+            _mm_prefetch(static_cast<const char *>(store.value_line(row_at(row + kValueAheadRows), cols.first())),
+                         _MM_HINT_T0);
             if (VORN_UNLIKELY(!cols.put(store, row_at(row), out))) return stop(row, kGatherFull);
         }
     }

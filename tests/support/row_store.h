@@ -30,38 +30,48 @@ struct Table {
     const Value &at(ub4 row, ub4 col) const { return cols[col].values[row]; }
 };
 
-// Values of random length up to max_len; now and then a long one, so that
-// the copies' long path runs too.
-inline Value random_length_value(std::mt19937_64 &rng, std::size_t max_len) {
-    const std::size_t len = rng() % 16 == 0 ? 40 + rng() % 200 : rng() % (max_len + 1);
+inline Value random_bytes(std::mt19937_64 &rng, std::size_t len) {
     Value v(len);
     for (auto &b : v) b = static_cast<ub1>(rng());
     return v;
 }
 
-inline Value random_fixed_value(std::mt19937_64 &rng, std::size_t width) {
-    Value v(width);
-    for (auto &b : v) b = static_cast<ub1>(rng());
-    return v;
+// Values of random length up to max_len; now and then a long one, so that
+// the copies' long path runs too.
+inline Value random_length_value(std::mt19937_64 &rng, std::size_t max_len) {
+    return random_bytes(rng, rng() % 16 == 0 ? 40 + rng() % 200 : rng() % (max_len + 1));
 }
 
 inline const ub4 kSourceLayouts[] = {VORN_FIXED, VORN_LV_SEP, VORN_LV, VORN_PTR_LEN, VORN_LEN_PTR};
+inline const ub4 kFixedWidths[] = {1, 2, 4, 8, 3, 5, 16};
 
-// A table whose columns take random source layouts; fixed columns take
-// widths of 1 to 9 bytes.
-inline Table random_table(std::mt19937_64 &rng, ub4 rows, ub4 cols, std::size_t max_len = 24) {
+// A table whose columns take random source layouts (all VORN_FIXED with
+// fixed_only); a fixed column takes one of kFixedWidths.
+inline Table random_table(std::mt19937_64 &rng, ub4 rows, ub4 cols, bool fixed_only = false) {
     Table t;
     t.rows = rows;
     for (ub4 c = 0; c < cols; ++c) {
-        TableColumn col{kSourceLayouts[rng() % 5], {}};
-        const std::size_t width = 1 + rng() % 9;
+        TableColumn col{fixed_only ? VORN_FIXED : kSourceLayouts[rng() % 5], {}};
+        const std::size_t width = kFixedWidths[rng() % 7];
         for (ub4 r = 0; r < rows; ++r)
-            col.values.push_back(col.layout == VORN_FIXED ? random_fixed_value(rng, width)
-                                                          : random_length_value(rng, max_len));
+            col.values.push_back(col.layout == VORN_FIXED ? random_bytes(rng, width) : random_length_value(rng, 24));
         t.cols.push_back(std::move(col));
     }
     return t;
 }
+
+// A column of n raw elements at data: fixed values or codes.
+struct RawColumn {
+    vorn_enc_ctx enc{};
+    vorn_vec vec{};
+    RawColumn(ub4 flags, ub4 bit_width, const void *data, ub4 n) {
+        enc.flags = flags;
+        enc.bit_width = bit_width;
+        vec.enc_ctx = &enc;
+        vec.data = const_cast<void *>(data);
+        vec.size = n;
+    }
+};
 
 // The rows of page `page`: [first, end).
 struct PageRows {
@@ -185,7 +195,7 @@ inline bool convert_blocks(VarStore &s, const Table &t) {
 
 // ---- Fixed-stride stores ---------------------------------------------------------
 
-// Fixed-width columns of 1 to 9 bytes, placed at offsets in a row with gaps.
+// Fixed-width columns placed at offsets in a row with gaps.
 struct FixedStoreBuild {
     ub4 low_bit = 64;
     std::vector<ub1> lens, offs;
@@ -197,20 +207,8 @@ struct FixedStoreBuild {
     vorn_gather_spec gspec{};
 };
 
-inline Table random_fixed_table(std::mt19937_64 &rng, ub4 rows, ub4 cols) {
-    static const std::size_t kWidths[] = {1, 2, 4, 8, 3, 5, 16};
-    Table t;
-    t.rows = rows;
-    for (ub4 c = 0; c < cols; ++c) {
-        TableColumn col{VORN_FIXED, {}};
-        const std::size_t width = kWidths[rng() % 7];
-        for (ub4 r = 0; r < rows; ++r) col.values.push_back(random_fixed_value(rng, width));
-        t.cols.push_back(std::move(col));
-    }
-    return t;
-}
-
-// Lays the columns out in the row, gaps between them, and allocates pages.
+// Lays the columns out in the row, gaps between them, and fills the pages
+// with the library's fixed transpose.
 inline std::unique_ptr<FixedStoreBuild> fixed_store(const Table &t, ub4 low_bit, std::mt19937_64 &rng) {
     auto s = std::make_unique<FixedStoreBuild>();
     s->low_bit = low_bit;
@@ -243,13 +241,21 @@ inline std::unique_ptr<FixedStoreBuild> fixed_store(const Table &t, ub4 low_bit,
     s->gspec.high_bit = 63;
     s->gspec.low_bit = static_cast<ub1>(low_bit);
     s->gspec.data_pages = s->data_pages.data();
+    TestHost host;
+    for (ub4 p = 0; p < pages; ++p) {
+        for (ub4 c = 0; c < t.cols.size(); ++c) {
+            auto src = column_slice(t.cols[c], page_rows(t.rows, low_bit, p));
+            vorn_kernel_ctx k = host.kctx();
+            EXPECT_EQ(ctx().vorn_transpose_fixed_dydi(&s->tspec, &src->vec, c, static_cast<sb4>(p), &k), 0u);
+        }
+    }
     return s;
 }
 
 // ---- Row ids ---------------------------------------------------------------------
 
 // A source of row ids: a VORN_FIXED column of `width` bytes, or (width 16)
-// records of key kind 0x41.  Bits above high_bit are filled with noise.
+// records of key kind VORN_KEY_KIND_KEYRID.  Bits above high_bit are filled with noise.
 struct IdColumn {
     vorn_enc_ctx enc{};
     vorn_vec vec{};
@@ -275,7 +281,7 @@ inline std::unique_ptr<IdColumn> id_column(const std::vector<ub4> &rows, ub4 wid
             std::memcpy(c->data.data() + width * i, &id, width);  // little-endian: the low bytes
         }
     }
-    c->enc.flags = width == 16 ? (0x41u << 24) : VORN_FIXED;
+    c->enc.flags = width == 16 ? VORN_KEY_KIND_FLAGS(VORN_KEY_KIND_KEYRID) : VORN_FIXED;
     c->enc.bit_width = width == 16 ? 128 : 8 * width;
     c->vec.enc_ctx = &c->enc;
     c->vec.data = c->data.data();
@@ -288,16 +294,6 @@ inline ub4 needed_high_bit(ub4 rows) {
     ub4 b = 0;
     while (b < 63 && (ub8{1} << (b + 1)) < rows) ++b;
     return b;
-}
-
-// ---- Results ---------------------------------------------------------------------
-
-// The values of a gather result, read back by its layout; a VORN_FIXED
-// result is given back as one byte string.
-inline std::vector<Value> result_values(const ValueColumn &res) {
-    if (res.enc.flags & VORN_FIXED)
-        return {Value(res.data.data(), res.data.data() + res.vec.byte_capacity)};
-    return copied_values(res);
 }
 
 }  // namespace vorntest
