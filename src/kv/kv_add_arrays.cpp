@@ -327,19 +327,19 @@ using namespace vorn::kv;
 
 // The three inputs of a row-id list table: key records, keys with row
 // numbers, keys with a payload of the table's value width.
-#define VORN_KV_ARID_MEMBERS(kind, table, Table, Rid)                                                              \
-    ub8 vorn_kv_ll_add_##kind##_ridgd_##table(vorn_kv *kv, ub8 rows, const void *records, ub8 *pos,             \
-                                              vorn_kv_grow_fn grow, ub8 *status) {                              \
-        return add_array<Table>(kv, rows, KeyRecords{static_cast<const ub1 *>(records)}, pos, grow, status); \
-    }                                                                                                           \
-    ub8 vorn_kv_ll_add_##kind##_key32_autorid_##table(vorn_kv *kv, ub8 rows, const ub4 *keys, ub8 base_rid,      \
-                                                      ub8 *pos, vorn_kv_grow_fn grow, ub8 *status) {            \
-        return add_array<Table>(kv, rows, KeysAutorid{keys, base_rid}, pos, grow, status);                  \
-    }                                                                                                           \
-    ub8 vorn_kv_ll_add_##kind##_key32_payload_##table(vorn_kv *kv, ub8 rows, const ub4 *keys,                   \
-                                                      const void *payload, ub8 *pos, vorn_kv_grow_fn grow,      \
-                                                      ub8 *status) {                                            \
-        return add_array<Table>(kv, rows, KeysPayload<Rid>{keys, payload}, pos, grow, status);              \
+#define VORN_KV_ARID_MEMBERS(kind, table, Table, Rid)                                                             \
+    ub8 vorn_kv_ll_add_##kind##_ridgd_##table(vorn_kv *kv, ub8 rows, const void *records, ub8 *pos,               \
+                                              vorn_kv_grow_fn grow, ub8 *status) {                                \
+        return add_array<Table>(kv, rows, KeyRecords{static_cast<const ub1 *>(records)}, pos, grow, status);      \
+    }                                                                                                             \
+    ub8 vorn_kv_ll_add_##kind##_key32_autorid_##table(vorn_kv *kv, ub8 rows, const ub4 *keys, ub8 base_rid,       \
+                                                      ub8 *pos, vorn_kv_grow_fn grow, ub8 *status) {              \
+        return add_array<Table>(kv, rows, KeysAutorid{keys, base_rid}, pos, grow, status);                        \
+    }                                                                                                             \
+    ub8 vorn_kv_ll_add_##kind##_key32_payload_##table(vorn_kv *kv, ub8 rows, const ub4 *keys,                     \
+                                                      const void *payload, ub8 *pos, vorn_kv_grow_fn grow,        \
+                                                      ub8 *status) {                                              \
+        return add_array<Table>(kv, rows, KeysPayload<Rid>{keys, payload}, pos, grow, status);                    \
     }
 
 VORN_KV_ARID_MEMBERS(k4v4, arid4, Arid4, ub4)
