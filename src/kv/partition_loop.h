@@ -10,6 +10,7 @@
 
 #include "frame/base.h"
 #include "frame/fast_copy.h"
+#include "kv/hash_walk.h"
 #include "predicate/value_layouts.h"
 
 namespace vorn::part {
@@ -69,16 +70,7 @@ struct HashColumn {
 
 // ---- Keys to hash: cursors that also report a walked layout's offset -------------
 
-struct FixedKeys {
-    static constexpr bool kWalked = false;
-    const ub1 *p;
-    ub8 width;
-    explicit FixedKeys(const vorn_vec *v, const vorn_kernel_ctx *)
-        : p(layout::bytes_of(v->data)), width(v->enc_ctx->bit_width >> 3) {}
-    VORN_INLINE Value next(ub8 row) { return {p + row * width, width}; }
-    ub8 offset() const { return 0; }
-};
-
+// Layouts read at random by row: fixed width, address and length.
 template <class L>
 struct PointerKeys {
     static constexpr bool kWalked = false;
@@ -87,6 +79,9 @@ struct PointerKeys {
     VORN_INLINE Value next(ub8 row) { return rows.next(row); }
     ub8 offset() const { return 0; }
 };
+
+// VORN_FIXED: the walk the hash kernel uses, with nothing to report.
+using FixedKeys = PointerKeys<hash::FixedWalk>;
 
 // VORN_LV_SEP: values end to end, lengths by row at data2.
 struct LvSepWalk {
