@@ -237,53 +237,6 @@ TEST(Hash, DictionaryLengthRules) {
 
 // ---- Seeds, empty sources, refusals ---------------------------------------------------
 
-TEST(Hash, SingleSeedOnOneRowEqualsPerRowPath) {
-    std::mt19937_64 rng(15);
-    auto col = value_column({random_value(rng, 20)}, VORN_LV);
-    std::vector<ub8> one(1), two(1);
-    vorn_vec r1{}, r2{};
-    r1.data = one.data();
-    r2.data = two.data();
-    SeedColumn single({42});
-    SeedColumn per_row({42, 7});  // two values: row 0 takes the first
-    ASSERT_EQ(ctx().vorn_hash_dydi(&r1, &col->vec, &single.vec, host_hash, nullptr), 0u);
-    ASSERT_EQ(ctx().vorn_hash_dydi(&r2, &col->vec, &per_row.vec, host_hash, nullptr), 0u);
-    EXPECT_EQ(one[0], two[0]);
-}
-
-// Chaining: the result of one column is the seed column of the next.
-TEST(Hash, ChainedColumnsSeedEachOther) {
-    std::mt19937_64 rng(16);
-    std::vector<Value> a, b;
-    for (int i = 0; i < 50; ++i) a.push_back(random_value(rng, 9)), b.push_back(random_value(rng, 4, 4));
-    auto ca = value_column(a, VORN_LV_SEP);
-    auto cb = value_column(b, VORN_FIXED);
-    SeedColumn first({0});
-    std::vector<ub8> h1(50), h2(50);
-    vorn_vec r1{}, r2{};
-    r1.data = h1.data();
-    r2.data = h2.data();
-    ASSERT_EQ(ctx().vorn_hash_dydi(&r1, &ca->vec, &first.vec, host_hash, nullptr), 0u);
-    SeedColumn chained(h1);
-    ASSERT_EQ(ctx().vorn_hash_dydi(&r2, &cb->vec, &chained.vec, host_hash, nullptr), 0u);
-    for (int i = 0; i < 50; ++i)
-        EXPECT_EQ(h2[i], host_hash(b[i].data(), 4, host_hash(a[i].data(), a[i].size(), 0)));
-}
-
-TEST(Hash, EmptySourceTouchesNothing) {
-    for (ub4 layout : kValueLayouts) {
-        auto col = value_column({}, layout);
-        SeedColumn seeds({1});
-        ub8 out = kGuard;
-        vorn_vec res{};
-        res.data = &out;
-        g_calls.clear();
-        EXPECT_EQ(ctx().vorn_hash_dydi(&res, &col->vec, &seeds.vec, recording_hash, nullptr), 0u);
-        EXPECT_EQ(out, kGuard);
-        EXPECT_TRUE(g_calls.empty());
-    }
-}
-
 TEST(Hash, RefusalsWriteNothing) {
     std::mt19937_64 rng(17);
     auto col = value_column({random_value(rng, 5), random_value(rng, 5)}, VORN_LV);

@@ -124,6 +124,18 @@ std::unique_ptr<KvTable> table(ub4 kind, ub4 form, bool ptr, ub8 rows) {
     return std::make_unique<KvTable>(VORN_KV_FLAGS(kind, form), rows, rows, 0, 0, 1u << 30, 50, ptr ? 1 : 0);
 }
 
+// Builds b's rows into a new table in one call and checks the table
+// against the model; the table is returned for further calls.
+std::unique_ptr<KvTable> build_whole(Build &b, ub4 kind, ub4 form, bool ptr, ub8 n) {
+    auto t = table(kind, form, ptr, n);
+    vorn_kernel_ctx ctx{};
+    ub8 status[2];
+    EXPECT_EQ(b.run(*t, ctx, status), 0u);
+    EXPECT_EQ(ctx.row_pos, b.rows.size());
+    expect_built(*t, b);
+    return t;
+}
+
 const ub4 kValueKinds[] = {VORN_KV_K4V4, VORN_KV_K4V8, VORN_KV_K6V4, VORN_KV_K6V8,
                            VORN_KV_K8V4, VORN_KV_K8V8, VORN_KV_K10V4, VORN_KV_K12V4};
 const ub4 kKeyKinds[] = {VORN_KV_K4, VORN_KV_K6, VORN_KV_K8, VORN_KV_K12};
@@ -160,12 +172,7 @@ TEST(KvBuild, TagsFromHashColumnsAndRecords) {
                         b.rows[i].entry.value = s.value_bytes == 4 ? rid & 0xffffffffu : rid;
                     }
                 }
-                auto t = table(kind, 0, ptr, n);
-                vorn_kernel_ctx ctx{};
-                ub8 status[2];
-                ASSERT_EQ(b.run(*t, ctx, status), 0u);
-                EXPECT_EQ(ctx.row_pos, n);
-                expect_built(*t, b);
+                build_whole(b, kind, 0, ptr, n);
             }
         }
     }
@@ -270,12 +277,7 @@ TEST(KvBuild, StagedKeysIntoEverySlotKind) {
                 add_hashes(b, rng, n, hash32);
                 if (s.value_bytes) add_values(b, rng, n, s.value_bytes, rng() % 2);
                 add_keys(b, rng, n, s.key_bytes, layout, width);
-                auto t = table(kind, 3, ptr, n);
-                vorn_kernel_ctx ctx{};
-                ub8 status[2];
-                ASSERT_EQ(b.run(*t, ctx, status), 0u);
-                EXPECT_EQ(ctx.row_pos, n);
-                expect_built(*t, b);
+                build_whole(b, kind, 3, ptr, n);
             }
         }
     }
@@ -383,14 +385,11 @@ TEST(KvBuild, CodesFromRecordsAndColumns) {
                     std::memcpy(b.rows[i].entry.key.data(), &code, 4);
                 }
             }
-            auto t = table(kind, 2, rng() % 2, n);
-            vorn_kernel_ctx ctx{};
-            ub8 status[2];
-            ASSERT_EQ(b.run(*t, ctx, status), 0u);
-            expect_built(*t, b);
+            auto t = build_whole(b, kind, 2, rng() % 2, n);
             if (!records) {
                 b.key_enc.flags = VORN_FIXED;
-                ctx.row_pos = 0;
+                vorn_kernel_ctx ctx{};
+                ub8 status[2];
                 EXPECT_EQ(b.run(*t, ctx, status), 2u);
             }
         }
@@ -433,11 +432,7 @@ TEST(KvBuild, LengthAddressRecords) {
             b.rows[i].entry.key = slot_of(b.key_strings[i], s.key_bytes);
             b.rows[i].entry.value = s.value_bytes == 4 ? rid & 0xffffffffu : (s.value_bytes ? rid : 0);
         }
-        auto t = table(kind, 3, rng() % 2, n);
-        vorn_kernel_ctx ctx{};
-        ub8 status[2];
-        ASSERT_EQ(b.run(*t, ctx, status), 0u) << kind;  // no key_vec needed
-        expect_built(*t, b);
+        build_whole(b, kind, 3, rng() % 2, n);  // no key_vec needed
     }
 }
 

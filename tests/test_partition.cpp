@@ -52,6 +52,12 @@ struct Bits {
     }
 };
 
+std::vector<ub8> random_words(std::mt19937_64 &rng, ub8 n) {
+    std::vector<ub8> w(n);
+    for (auto &x : w) x = rng();
+    return w;
+}
+
 // A column's storage and its vector.
 struct Col {
     vorn_enc_ctx enc{};
@@ -163,8 +169,7 @@ std::vector<Scenario> hashed_scenarios(std::mt19937_64 &rng, ub8 n) {
             Scenario s;
             s.name = std::string("ref ") + layout_name(layout) + (with_rid ? " rid" : "");
             s.flags = VORN_PART_HASH | VORN_PART_REF | rid;
-            std::vector<ub8> h(n);
-            for (auto &x : h) x = rng();
+            const std::vector<ub8> h = random_words(rng, n);
             Rids r = random_rids(rng, n);
             Keys k = random_keys(rng, layout, n);
             s.src = hashes64(h), s.second = r.col, s.third = k.col;
@@ -213,8 +218,7 @@ std::vector<Scenario> hashed_scenarios(std::mt19937_64 &rng, ub8 n) {
             Scenario s;
             s.name = "payload" + std::to_string(width) + (with_rid ? " rid" : "");
             s.flags = VORN_PART_HASH | VORN_PART_PAYLOAD | rid;
-            std::vector<ub8> h(n);
-            for (auto &x : h) x = rng();
+            const std::vector<ub8> h = random_words(rng, n);
             Rids r = random_rids(rng, n);
             Keys k = random_keys(rng, VORN_FIXED, n, width);
             s.src = hashes64(h), s.second = r.col, s.third = k.col;
@@ -234,8 +238,7 @@ std::vector<Scenario> hashed_scenarios(std::mt19937_64 &rng, ub8 n) {
         Scenario s;
         s.name = with_rid ? "hashed rid" : "hash only";
         s.flags = VORN_PART_HASH | (with_rid ? VORN_PART_RID : 0);
-        std::vector<ub8> h(n);
-        for (auto &x : h) x = rng();
+        const std::vector<ub8> h = random_words(rng, n);
         Rids r = random_rids(rng, n);
         s.src = hashes64(h), s.second = r.col, s.third = hashes64(h);
         for (ub8 i = 0; i < n; ++i) {
@@ -288,8 +291,7 @@ std::vector<Scenario> rid_hash_scenarios(std::mt19937_64 &rng, ub8 n) {
     Scenario s;
     s.name = "rid hash records";
     s.flags = VORN_PART_RID | VORN_PART_HASH;
-    std::vector<ub8> words(2 * n);
-    for (auto &x : words) x = rng();
+    const std::vector<ub8> words = random_words(rng, 2 * n);
     s.src = words_column(words, VORN_KEY_KIND_FLAGS(VORN_KEY_KIND_RIDHASH), 128);
     s.src->vec.size = static_cast<ub4>(n);
     for (ub8 i = 0; i < n; ++i) s.rows.push_back(ModelRow{words[2 * i + 1], {}}.u8(words[2 * i]).u8(words[2 * i + 1]));
@@ -500,22 +502,6 @@ TEST(Partition, WideFanOutAndHighBit63) {
     }
 }
 
-// Long runs over 16 and 256 partitions (the latter with the destination
-// prefetch), records of 16 and 24 bytes, buffers that start anywhere.
-TEST(Partition, LongRuns) {
-    std::mt19937_64 rng(26);
-    const ub8 n = 70000;
-    std::vector<Scenario> runs;
-    // Keys of VORN_FIXED hashed in blocks, and a column of hashes.
-    for (Scenario &s : rid_hash_scenarios(rng, n))
-        if (s.name == "rid hash over FIXED" || s.name == "rid hash over HASHES") runs.push_back(std::move(s));
-    for (Scenario &s : hashed_scenarios(rng, n)) if (s.name == "payload8 rid" || s.name == "payload4") runs.push_back(std::move(s));
-    for (unsigned part_bits : {4u, 8u}) {
-        const Bits bits = random_bits(rng, part_bits);
-        for (const Scenario &s : runs) check_scenario(s, bits, rng, 6000);
-    }
-}
-
 // ---- Resumption ------------------------------------------------------------------------
 
 // The host's hash of an 8-byte key is the key itself here, so the test
@@ -653,30 +639,12 @@ TEST(Partition, RepartitionOfVariableRecords) {
     }
 }
 
-// A column of hashes without a third column takes the {row id, hash} loop
-// and gives the records of the loop with one.
-TEST(Partition, ThirdColumnAbsentGivesTheSameRecords) {
-    std::mt19937_64 rng(29);
-    for (Scenario &s : hashed_scenarios(rng, 500)) {
-        if (s.name != "hashed rid") continue;
-        const Bits bits = random_bits(rng, 5);
-        Host with(bits, rng, 100), without(bits, rng, 100);
-        vorn_kernel_ctx k1{}, k2{};
-        with.run(s, host_hash, k1);
-        s.third.reset();
-        without.run(s, host_hash, k2);
-        with.check(s);
-        without.check(s);
-    }
-}
-
 // ---- Refusals ----------------------------------------------------------------------------
 
 TEST(Partition, UnsupportedCombinationsWriteNothing) {
     std::mt19937_64 rng(30);
     const ub8 n = 20;
-    std::vector<ub8> h(n);
-    for (auto &x : h) x = rng();
+    const std::vector<ub8> h = random_words(rng, n);
     auto hashes = hashes64(h);
     Rids rids = random_rids(rng, n);
     Keys keys = random_keys(rng, VORN_LV, n);

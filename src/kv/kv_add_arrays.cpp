@@ -317,30 +317,26 @@ extern "C" {
 
 using namespace vorn::kv;
 
-ub8 vorn_kv_ll_add_k4v4_ridgd_arid4(vorn_kv *kv, ub8 rows, const void *records, ub8 *pos,
-                                    vorn_kv_grow_fn grow, ub8 *status) {
-    return add_array<Arid4>(kv, rows, KeyRecords{static_cast<const ub1 *>(records)}, pos, grow, status);
-}
-ub8 vorn_kv_ll_add_k4v4_key32_autorid_arid4(vorn_kv *kv, ub8 rows, const ub4 *keys, ub8 base_rid, ub8 *pos,
-                                            vorn_kv_grow_fn grow, ub8 *status) {
-    return add_array<Arid4>(kv, rows, KeysAutorid{keys, base_rid}, pos, grow, status);
-}
-ub8 vorn_kv_ll_add_k4v4_key32_payload_arid4(vorn_kv *kv, ub8 rows, const ub4 *keys, const void *payload,
-                                            ub8 *pos, vorn_kv_grow_fn grow, ub8 *status) {
-    return add_array<Arid4>(kv, rows, KeysPayload<ub4>{keys, payload}, pos, grow, status);
-}
-ub8 vorn_kv_ll_add_k4v8_ridgd_arid8(vorn_kv *kv, ub8 rows, const void *records, ub8 *pos,
-                                    vorn_kv_grow_fn grow, ub8 *status) {
-    return add_array<Arid8>(kv, rows, KeyRecords{static_cast<const ub1 *>(records)}, pos, grow, status);
-}
-ub8 vorn_kv_ll_add_k4v8_key32_autorid_arid8(vorn_kv *kv, ub8 rows, const ub4 *keys, ub8 base_rid, ub8 *pos,
-                                            vorn_kv_grow_fn grow, ub8 *status) {
-    return add_array<Arid8>(kv, rows, KeysAutorid{keys, base_rid}, pos, grow, status);
-}
-ub8 vorn_kv_ll_add_k4v8_key32_payload_arid8(vorn_kv *kv, ub8 rows, const ub4 *keys, const void *payload,
-                                            ub8 *pos, vorn_kv_grow_fn grow, ub8 *status) {
-    return add_array<Arid8>(kv, rows, KeysPayload<ub8>{keys, payload}, pos, grow, status);
-}
+// The three inputs of a row-id list table: key records, keys with row
+// numbers, keys with a payload of the table's value width.
+#define VORN_KV_ARID_MEMBERS(kind, table, Table, Rid)                                                             \
+    ub8 vorn_kv_ll_add_##kind##_ridgd_##table(vorn_kv *kv, ub8 rows, const void *records, ub8 *pos,               \
+                                              vorn_kv_grow_fn grow, ub8 *status) {                                \
+        return add_array<Table>(kv, rows, KeyRecords{static_cast<const ub1 *>(records)}, pos, grow, status);      \
+    }                                                                                                             \
+    ub8 vorn_kv_ll_add_##kind##_key32_autorid_##table(vorn_kv *kv, ub8 rows, const ub4 *keys, ub8 base_rid,       \
+                                                      ub8 *pos, vorn_kv_grow_fn grow, ub8 *status) {              \
+        return add_array<Table>(kv, rows, KeysAutorid{keys, base_rid}, pos, grow, status);                        \
+    }                                                                                                             \
+    ub8 vorn_kv_ll_add_##kind##_key32_payload_##table(vorn_kv *kv, ub8 rows, const ub4 *keys,                     \
+                                                      const void *payload, ub8 *pos, vorn_kv_grow_fn grow,        \
+                                                      ub8 *status) {                                              \
+        return add_array<Table>(kv, rows, KeysPayload<Rid>{keys, payload}, pos, grow, status);                    \
+    }
+
+VORN_KV_ARID_MEMBERS(k4v4, arid4, Arid4, ub4)
+VORN_KV_ARID_MEMBERS(k4v8, arid8, Arid8, ub8)
+
 ub8 vorn_kv_ll_add_k4_key32_acnt(vorn_kv *kv, ub8 rows, const ub4 *keys, ub8 *pos, vorn_kv_grow_fn grow,
                                  ub8 *status) {
     return add_array<Acnt>(kv, rows, KeysOnly{keys}, pos, grow, status);

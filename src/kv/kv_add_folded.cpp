@@ -11,41 +11,24 @@ namespace {
     vorn_kv *kv, vorn_vec *hash_vec, vorn_vec *val_vec, vorn_vec *key_vec, sb8 segment_id,    \
         vorn_kernel_ctx *ctx, vorn_kv_grow_fn grow, ub8 *status
 
-// Tags of a column of hashes; values from val_vec.
-template <ub4 K, bool Hash32>
-ub8 add_values_hash(VORN_KV_ADD_ARGS) {
-    ub1 *segment = vorn_map_segment(kv, segment_id);
-    return run_values<K, Hash32, kTag, 0>(kv, segment, hash_vec->size, hash_vec->data, nullptr, val_vec, ctx,
-                                          grow, status);
-}
 // Every folded member of a value kind needs the value column.
 #define VORN_KV_NEEDS_VALUES(K) \
     if (kBucketKinds[K].value_bytes != 0 && val_vec == nullptr) return 2
 
-template <ub4 K> ub8 add_hash64_values_hash(VORN_KV_ADD_ARGS) {
+// A column of hashes (ub8 or ub4) with keys that are the hashes' tags or
+// the ub4 dictionary codes of key_vec; values from val_vec.
+template <ub4 K, bool Hash32, KeyFrom Key>
+ub8 add_hashed(VORN_KV_ADD_ARGS) {
     VORN_KV_NEEDS_VALUES(K);
-    return add_values_hash<K, false>(kv, hash_vec, val_vec, key_vec, segment_id, ctx, grow, status);
-}
-template <ub4 K> ub8 add_hash32_values_hash(VORN_KV_ADD_ARGS) {
-    VORN_KV_NEEDS_VALUES(K);
-    return add_values_hash<K, true>(kv, hash_vec, val_vec, key_vec, segment_id, ctx, grow, status);
-}
-
-// ub4 dictionary codes of key_vec as keys.
-template <ub4 K, bool Hash32>
-ub8 add_codes(VORN_KV_ADD_ARGS) {
     ub1 *segment = vorn_map_segment(kv, segment_id);
-    return run_values<K, Hash32, kCode, 4>(kv, segment, hash_vec->size, hash_vec->data,
-                                           static_cast<const ub1 *>(key_vec->data), val_vec, ctx, grow, status);
+    const ub1 *codes = Key == kCode ? static_cast<const ub1 *>(key_vec->data) : nullptr;
+    return run_values<K, Hash32, Key, Key == kCode ? 4 : 0>(kv, segment, hash_vec->size, hash_vec->data, codes,
+                                                             val_vec, ctx, grow, status);
 }
-template <ub4 K> ub8 add_gd_gd(VORN_KV_ADD_ARGS) {
-    VORN_KV_NEEDS_VALUES(K);
-    return add_codes<K, false>(kv, hash_vec, val_vec, key_vec, segment_id, ctx, grow, status);
-}
-template <ub4 K> ub8 add_gdhc_gd(VORN_KV_ADD_ARGS) {
-    VORN_KV_NEEDS_VALUES(K);
-    return add_codes<K, true>(kv, hash_vec, val_vec, key_vec, segment_id, ctx, grow, status);
-}
+template <ub4 K> constexpr auto add_hash64_values_hash = add_hashed<K, false, kTag>;
+template <ub4 K> constexpr auto add_hash32_values_hash = add_hashed<K, true, kTag>;
+template <ub4 K> constexpr auto add_gd_gd = add_hashed<K, false, kCode>;
+template <ub4 K> constexpr auto add_gdhc_gd = add_hashed<K, true, kCode>;
 
 // A fixed-width key column staged into slots, 32-bit hashes.
 template <ub4 K, ValueFrom Value>
@@ -60,8 +43,7 @@ ub8 add_fixed_blocks(vorn_kv *kv, ub1 *segment, const vorn_vec *hash_vec, const 
         const ArrayInput<true, kBytes, Value, V, K> in{hashes + first, slots,
                                                        Value == kPayload ? payload + first * V : nullptr,
                                                        base_rid + first};
-        return (kv->flags & VORN_KV_PTR) ? add_rows<K, kPtr>(kv, segment, n, in, done, grow, status)
-                                         : add_rows<K, kIdx>(kv, segment, n, in, done, grow, status);
+        return add_linked<K>(kv, segment, n, in, done, grow, status);
     };
     return staged_blocks<K>(hash_vec->size, ctx, stage, add);
 }

@@ -27,13 +27,20 @@ VORN_INLINE ub4 key_kind(const vorn_vec *v) {
 inline constexpr ub4 kWidth64 = 22;  // width code of a 64-bit hash column
 inline constexpr ub4 kWidth32 = 21;  // and of a 32-bit one
 
-// Rows from ctx->row_pos on with the table's link, chosen once.
+// Rows *pos to rows - 1 with the table's link, chosen once.
+template <ub4 K, class In>
+ub8 add_linked(vorn_kv *kv, ub1 *segment_base, ub8 rows, const In &in, ub8 *pos, vorn_kv_grow_fn grow,
+               ub8 *status) {
+    return (kv->flags & VORN_KV_PTR) ? add_rows<K, kPtr>(kv, segment_base, rows, in, pos, grow, status)
+                                     : add_rows<K, kIdx>(kv, segment_base, rows, in, pos, grow, status);
+}
+
+// The same from ctx->row_pos on.
 template <ub4 K, class In>
 ub8 run_links(vorn_kv *kv, ub1 *segment_base, ub8 rows, const In &in, vorn_kernel_ctx *ctx,
               vorn_kv_grow_fn grow, ub8 *status) {
     ub8 pos = ctx->row_pos;
-    const ub8 code = (kv->flags & VORN_KV_PTR) ? add_rows<K, kPtr>(kv, segment_base, rows, in, &pos, grow, status)
-                                               : add_rows<K, kIdx>(kv, segment_base, rows, in, &pos, grow, status);
+    const ub8 code = add_linked<K>(kv, segment_base, rows, in, &pos, grow, status);
     ctx->row_pos = static_cast<ub4>(pos);
     return code;
 }

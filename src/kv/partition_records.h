@@ -81,13 +81,7 @@ struct Value32Record : NoPayloadWalk {
 };
 
 // A VORN_FIXED column as references: address data + i * width, the width.
-struct FixedRefs {
-    const ub1 *p;
-    ub8 width;
-    explicit FixedRefs(const vorn_vec *v)
-        : p(layout::bytes_of(v->data)), width(v->enc_ctx->bit_width >> 3) {}
-    VORN_INLINE Value next(ub8 row) const { return {p + row * width, width}; }
-};
+using FixedRefs = hash::FixedWalk;
 
 // A payload by reference:
 //   address ub8, length ub2, 6 unwritten, hash
