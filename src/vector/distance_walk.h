@@ -71,7 +71,7 @@ ub8 walk_euclid8(vorn_vec *right, const void *query, ub4 metric, vorn_kernel_ctx
         double d[kEuclidRows];
         euclid_rows8<Int8>(q, ptrs, dim, d);
         for (ub4 j = 0; j < count; ++j)
-            sink(ks[j], rs[j], metric == VORN_METRIC_EUCLID ? (d[j] < 0.0 ? 0.0 : std::sqrt(d[j])) : d[j]);
+            sink(ks[j], rs[j], metric == VORN_METRIC_EUCLID ? guarded_sqrt(d[j]) : d[j]);
     };
     const ub8 code = walk_rows(
         ctx, right->size, capacity, [&](const ub4 *rows, ub4 count) { prefetch_row_pointers(right, rows, count); },
