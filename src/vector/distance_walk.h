@@ -60,6 +60,7 @@ template <bool Int8, class Sink>
 ub8 walk_euclid8(vorn_vec *right, const void *query, ub4 metric, vorn_kernel_ctx *ctx, ub8 capacity, Sink &&sink,
                  ub8 *walked) {
     const ub4 dim = right->enc_ctx->vec_dim;
+    const ub4 row_bytes = Int8 ? dim : 4 * dim;
     alignas(16) float q[kEuclidMaxDim];
     for (ub4 i = 0; i < dim; ++i) q[i] = load_row1<Int8>(query, i);
     const void *ptrs[kEuclidRows];
@@ -76,7 +77,9 @@ ub8 walk_euclid8(vorn_vec *right, const void *query, ub4 metric, vorn_kernel_ctx
     const ub8 code = walk_rows(
         ctx, right->size, capacity, [&](const ub4 *rows, ub4 count) { prefetch_row_pointers(right, rows, count); },
         [&](ub8 k, ub4 r, ub4 next) -> ub8 {
-            __builtin_prefetch(row_pointer(right, next));
+            // The whole of the next row: its lines are read a group later.
+            const auto *ahead = static_cast<const ub1 *>(row_pointer(right, next));
+            for (ub4 b = 0; b < row_bytes; b += 64) __builtin_prefetch(ahead + b);
             ptrs[n] = row_pointer(right, r);
             ks[n] = k;
             rs[n] = r;
