@@ -10,9 +10,11 @@
 #include <cstring>
 #include <random>
 
+#include "support/vector_model.h"
 #include "vector/value_format.h"
 
 namespace {
+using vorntest::vec::model_f16;
 
 using namespace vorn::vec;
 
@@ -153,23 +155,6 @@ TEST(VectorOrderForm, SixteenBitRoundTrip) {
 }
 
 // ---- Half-width floats ------------------------------------------------------------
-
-float model_f16(ub2 h) {
-    const bool neg = h & 0x8000;
-    const int e = (h >> 10) & 31;
-    const int m = h & 0x3FF;
-    float v;
-    if (e == 0) {
-        v = float(std::ldexp(double(m), -24));
-    } else if (e == 31) {
-        ub4 bits = 0x7F800000u | (ub4(m) << 13);
-        if (m) bits |= 0x00400000u;
-        v = std::bit_cast<float>(bits);
-    } else {
-        v = float(std::ldexp(double(1024 + m), e - 25));
-    }
-    return neg ? std::bit_cast<float>(std::bit_cast<ub4>(v) | 0x80000000u) : v;
-}
 
 TEST(VectorHalfFloat, Float16EveryPattern) {
     for (ub4 v = 0; v < 65536; ++v)
