@@ -27,6 +27,16 @@ VORN_INLINE bool c_column(const vorn_enc_ctx *e) { return !VORN_ENC_CTX_FLAG(e, 
 // query itself when its type has no C form.
 const void *decode_query(const void *query, ub4 type, bool sparse, ub4 dim, void *scratch);
 
+// The walk's batch hook: prefetches the row pointers of a batch in the right
+// column and, for a paired walk, in the left.
+template <bool Single>
+VORN_INLINE auto batch_prefetch(const vorn_vec *right, const vorn_vec *left) {
+    return [right, left](const ub4 *rows, ub4 n) {
+        prefetch_row_pointers(right, rows, n);
+        if (!Single) prefetch_row_pointers(left, rows, n);
+    };
+}
+
 // Walks uniform rows: distance of row r against the query (single) or of
 // left row r against right row r (paired).  A non-zero kernel return ends
 // the walk and is returned.
@@ -36,10 +46,7 @@ ub8 walk_unif(vorn_vec *right, vorn_vec *left, vorn_dbv_fn kernel, ub4 metric, c
     const ub4 dim = right->enc_ctx->vec_dim;
     return walk_rows(
         ctx, right->size, capacity,
-        [&](const ub4 *rows, ub4 n) {
-            prefetch_row_pointers(right, rows, n);
-            if (!Single) prefetch_row_pointers(left, rows, n);
-        },
+        batch_prefetch<Single>(right, left),
         [&](ub8 k, ub4 r, ub4 next) -> ub8 {
             __builtin_prefetch(row_pointer(right, next));
             if (!Single) __builtin_prefetch(row_pointer(left, next));
@@ -75,7 +82,7 @@ ub8 walk_euclid8(vorn_vec *right, const void *query, ub4 metric, vorn_kernel_ctx
             sink(ks[j], rs[j], metric == VORN_METRIC_EUCLID ? guarded_sqrt(d[j]) : d[j]);
     };
     const ub8 code = walk_rows(
-        ctx, right->size, capacity, [&](const ub4 *rows, ub4 count) { prefetch_row_pointers(right, rows, count); },
+        ctx, right->size, capacity, batch_prefetch<true>(right, nullptr),
         [&](ub8 k, ub4 r, ub4 next) -> ub8 {
             // The whole of the next row: its lines are read a group later.
             const auto *ahead = static_cast<const ub1 *>(row_pointer(right, next));
@@ -103,7 +110,7 @@ ub8 walk_hamming_bits(vorn_vec *right, const void *query, vorn_kernel_ctx *ctx, 
     const ub8 bytes = (ub8{right->enc_ctx->vec_dim} + 7) >> 3, words = bytes >> 3;
     const auto *q = static_cast<const ub1 *>(query);
     return walk_rows(
-        ctx, right->size, capacity, [&](const ub4 *rows, ub4 count) { prefetch_row_pointers(right, rows, count); },
+        ctx, right->size, capacity, batch_prefetch<true>(right, nullptr),
         [&](ub8 k, ub4 r, ub4 next) -> ub8 {
             __builtin_prefetch(row_pointer(right, next));
             const auto *row = static_cast<const ub1 *>(row_pointer(right, r));
@@ -160,10 +167,7 @@ ub8 walk_flex(vorn_vec *right, vorn_vec *left, ub4 metric, vorn_kernel_ctx *ctx,
     ub8 *selection = ctx != nullptr ? const_cast<ub8 *>(ctx->bv_aux) : nullptr;
     return walk_rows(
         ctx, right->size, capacity,
-        [&](const ub4 *rows, ub4 n) {
-            prefetch_row_pointers(right, rows, n);
-            if (!Single) prefetch_row_pointers(left, rows, n);
-        },
+        batch_prefetch<Single>(right, left),
         [&](ub8 k, ub4 r, ub4 next) -> ub8 {
             __builtin_prefetch(row_pointer(right, next));
             const auto *lv = static_cast<const ub1 *>(row_pointer(left, Single ? 0 : r));
