@@ -119,7 +119,9 @@ TEST(VectorConvert, EveryPairAgainstTheModel) {
                     for (std::size_t i = 0; i < w.norms.size(); ++i) ASSERT_TRUE(same_bits(norms[i], w.norms[i]));
                     if (code != 0) continue;
                     ASSERT_EQ(norms[w.norms.size()], -1.0);
-                    if (with_bad) ASSERT_EQ(bad, w.bad);
+                    if (with_bad) {
+                        ASSERT_EQ(bad, w.bad);
+                    }
                     const ub4 written = static_cast<ub4>(w.out.size() / std::max<std::size_t>(1, dim * bytes_of(R)));
                     if (dim != 0) {
                         EXPECT_EQ(r.vec.num_ones, written);

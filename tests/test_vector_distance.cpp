@@ -17,9 +17,13 @@
 #include <vector>
 
 #include "support/test_host.h"
+#include "support/vector_model.h"
 #include "vector/dbv_names.h"
 
 namespace {
+using vorntest::vec::order_encode_model;
+using vorntest::vec::order_decode_model;
+using vorntest::vec::model_f16;
 
 using vorntest::ctx;
 
@@ -66,21 +70,6 @@ size_t elem_bytes(Base b) { return b == F64 ? 8 : b == F32 ? 4 : (b == F16 || b 
 
 // ---- Model of the elements --------------------------------------------------------
 
-double model_f16(uint16_t h) {
-    const int e = (h >> 10) & 31, m = h & 0x3FF;
-    double v;
-    if (e == 0) v = std::ldexp(double(m), -24);
-    else if (e == 31) v = m ? std::nan("") : INFINITY;
-    else v = std::ldexp(double(1024 + m), e - 25);
-    return (h & 0x8000) ? -v : v;
-}
-
-uint64_t model_order_decode(uint64_t stored_be, int bits) {
-    const uint64_t top = uint64_t(1) << (bits - 1);
-    const uint64_t mask = bits == 64 ? ~uint64_t(0) : (uint64_t(1) << bits) - 1;
-    return (stored_be & top) ? (stored_be - top) : (~stored_be & mask);
-}
-
 uint64_t read_be(const uint8_t *p, size_t n) {
     uint64_t v = 0;
     for (size_t i = 0; i < n; ++i) v = (v << 8) | p[i];
@@ -97,11 +86,11 @@ double model_element(const Op &o, const uint8_t *body, size_t k) {
     const size_t n = elem_bytes(o.base);
     const uint8_t *p = body + k * n;
     if (o.base == I8) return double(int8_t(*p));
-    const uint64_t bits = o.c ? model_order_decode(read_be(p, n), int(8 * n)) : read_le(p, n);
+    const uint64_t bits = o.c ? order_decode_model(read_be(p, n), int(8 * n)) : read_le(p, n);
     switch (o.base) {
         case F32: return double(std::bit_cast<float>(uint32_t(bits)));
         case F64: return std::bit_cast<double>(bits);
-        case F16: return model_f16(uint16_t(bits));
+        case F16: return double(model_f16(uint16_t(bits)));
         case BF16: return double(std::bit_cast<float>(uint32_t(bits) << 16));
         default: return 0;
     }
@@ -291,24 +280,18 @@ uint64_t random_pattern(std::mt19937_64 &rng, Base b) {
     return std::bit_cast<uint64_t>(v);
 }
 
-uint64_t model_order_encode(uint64_t v, int bits, Base b) {
-    const uint64_t top = uint64_t(1) << (bits - 1);
-    const uint64_t mask = bits == 64 ? ~uint64_t(0) : (uint64_t(1) << bits) - 1;
-    uint64_t bound, image;
+uint64_t order_encode_of(uint64_t v, Base b) {
     switch (b) {
-        case F32: bound = 0x7F800000u, image = 0xFFC00000u; break;
-        case F64: bound = 0x7FF0000000000000ull, image = 0xFFF8000000000000ull; break;
-        case F16: bound = 0x7C00, image = 0xFE00; break;
-        default: bound = 0x7F80, image = 0xFFC0; break;
+        case F32: return order_encode_model(v, 32, 0x7F800000u, 23);
+        case F64: return order_encode_model(v, 64, 0x7FF0000000000000ull, 52);
+        case F16: return order_encode_model(v, 16, 0x7C00, 10);
+        default: return order_encode_model(v, 16, 0x7F80, 7);
     }
-    if ((v & ~top & mask) > bound) return image;
-    if (v & top) return v == top ? v : (~v & mask);
-    return (v + top) & mask;
 }
 
 void put_element(const Op &o, uint8_t *p, uint64_t native) {
     const size_t n = elem_bytes(o.base);
-    const uint64_t v = o.c ? model_order_encode(native, int(8 * n), o.base) : native;
+    const uint64_t v = o.c ? order_encode_of(native, o.base) : native;
     for (size_t i = 0; i < n; ++i) p[i] = o.c ? uint8_t(v >> (8 * (n - 1 - i))) : uint8_t(v >> (8 * i));
 }
 

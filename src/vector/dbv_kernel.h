@@ -77,8 +77,6 @@ struct Pair {
     static constexpr bool float_lanes = !wide && L.base != Base::bits;
 };
 
-VORN_INLINE double guarded_sqrt(double x) { return x < 0.0 ? 0.0 : std::sqrt(x); }
-
 // The sums of one kernel call.
 struct Sums {
     double s = 0.0;   // euclid, dotprod, manhattan; cosine's a*b
@@ -332,23 +330,27 @@ struct SparseKernel {
 // ---- Bits ---------------------------------------------------------------------
 
 // The counts a bit metric needs: ones of a xor b, a and b, a or b, a, b.
+// A count is at most 2^32, so it converts to double as a signed integer:
+// one instruction, where an unsigned 64-bit conversion takes a branch.
 struct BitCounts {
-    ub8 x = 0, both = 0, either = 0, a = 0, b = 0;
+    sb8 x = 0, both = 0, either = 0, a = 0, b = 0;
 };
+
+VORN_INLINE double count_to_double(sb8 n) { return double(n); }
 
 template <Metric M>
 VORN_INLINE void count_word(BitCounts &c, ub8 a, ub8 b) {
     if constexpr (M == Metric::euclid || M == Metric::hamming || M == Metric::manhattan) {
-        c.x += ub8(_mm_popcnt_u64(a ^ b));
+        c.x += _mm_popcnt_u64(a ^ b);
     } else if constexpr (M == Metric::dotprod) {
-        c.both += ub8(_mm_popcnt_u64(a & b));
+        c.both += _mm_popcnt_u64(a & b);
     } else if constexpr (M == Metric::cosine) {
-        c.both += ub8(_mm_popcnt_u64(a & b));
-        c.a += ub8(_mm_popcnt_u64(a));
-        c.b += ub8(_mm_popcnt_u64(b));
+        c.both += _mm_popcnt_u64(a & b);
+        c.a += _mm_popcnt_u64(a);
+        c.b += _mm_popcnt_u64(b);
     } else {
-        c.both += ub8(_mm_popcnt_u64(a & b));
-        c.either += ub8(_mm_popcnt_u64(a | b));
+        c.both += _mm_popcnt_u64(a & b);
+        c.either += _mm_popcnt_u64(a | b);
     }
 }
 
@@ -371,48 +373,52 @@ VORN_INLINE void count_byte(BitCounts &c, ub1 a, ub1 b) {
 template <Metric M>
 VORN_INLINE double finish_bits(const BitCounts &c, ub4 metric) {
     if constexpr (M == Metric::euclid) {
-        return metric == VORN_METRIC_EUCLID ? std::sqrt(double(c.x)) : double(c.x);
+        const double x = count_to_double(c.x);
+        return metric == VORN_METRIC_EUCLID ? exact_sqrt(x) : x;
     } else if constexpr (M == Metric::hamming || M == Metric::manhattan) {
-        return double(c.x);
+        return count_to_double(c.x);
     } else if constexpr (M == Metric::dotprod) {
         const ub4 n = ub4(c.both);
         return metric == VORN_METRIC_NEG_DOTPROD ? double(sb4(0u - n)) : double(n);
     } else if constexpr (M == Metric::cosine) {
-        const double cs = double(c.both) / (std::sqrt(double(c.a)) * std::sqrt(double(c.b)));
+        // Both roots in one instruction: each lane is rounded as alone.
+        const __m128d roots = _mm_sqrt_pd(_mm_set_pd(count_to_double(c.b), count_to_double(c.a)));
+        const double cs = count_to_double(c.both) / (_mm_cvtsd_f64(roots) * _mm_cvtsd_f64(_mm_unpackhi_pd(roots, roots)));
         return metric == VORN_METRIC_COSINE_DISTANCE ? 1.0 - cs : cs;
     } else {
-        const double j = double(c.both) / double(c.either);
+        const double j = count_to_double(c.both) / count_to_double(c.either);
         return metric == VORN_METRIC_JACCARD_DISTANCE ? 1.0 - j : j;
     }
 }
 
 // A dense bit body of dims bits is (dims + 7) / 8 bytes: whole 64-bit words
-// by population count, the rest bytewise by table.
+// by population count, the rest bytewise by table.  A call on a short
+// vector costs little more than its setup (128 bits are two words), so the
+// setup is one byte count, and a vector of whole 16-byte groups - the usual
+// dimensions - runs straight through one loop of two words; a lone word
+// and the byte tail are laid out of the way.
 template <Metric M>
 VORN_INLINE double bits_dense(ub4 dims, const void *l, const void *r, ub4 metric) {
     const auto *pa = static_cast<const ub1 *>(l);
     const auto *pb = static_cast<const ub1 *>(r);
     const ub8 bytes = (ub8(dims) + 7) >> 3;
-    const ub8 words = bytes >> 3;
-    // Two words a step into two sets of counts, so that the population
-    // counts of a step do not wait on each other.
-    BitCounts c, c2;
-    ub8 w = 0;
-    for (; w + 2 <= words; w += 2) {
-        count_word<M>(c, load<ub8>(pa + 8 * w), load<ub8>(pb + 8 * w));
-        count_word<M>(c2, load<ub8>(pa + 8 * w + 8), load<ub8>(pb + 8 * w + 8));
+    const ub8 groups = bytes & ~ub8(15);
+    BitCounts c;
+    ub8 o = 0;
+    for (; o != groups; o += 16) {
+        count_word<M>(c, load<ub8>(pa + o), load<ub8>(pb + o));
+        count_word<M>(c, load<ub8>(pa + o + 8), load<ub8>(pb + o + 8));
     }
-    if (w < words) count_word<M>(c, load<ub8>(pa + 8 * w), load<ub8>(pb + 8 * w));
-    c.x += c2.x;
-    c.both += c2.both;
-    c.either += c2.either;
-    c.a += c2.a;
-    c.b += c2.b;
-    // At most seven bytes remain: a short loop, which the bound keeps from
-    // being vectorised.
-    const ub4 rest = ub4(bytes & 7);
-    const ub1 *ta = pa + 8 * words, *tb = pb + 8 * words;
-    for (ub4 k = 0; k < rest; ++k) count_byte<M>(c, ta[k], tb[k]);
+    if (bytes & 15) [[unlikely]] {
+        if (bytes & 8) {
+            count_word<M>(c, load<ub8>(pa + o), load<ub8>(pb + o));
+            o += 8;
+        }
+        // At most seven bytes remain: a short loop, which the bound keeps
+        // from being vectorised.
+        const ub4 rest = ub4(bytes & 7);
+        for (ub4 k = 0; k < rest; ++k) count_byte<M>(c, pa[o + k], pb[o + k]);
+    }
     return finish_bits<M>(c, metric);
 }
 
@@ -420,7 +426,7 @@ VORN_INLINE double bits_dense(ub4 dims, const void *l, const void *r, ub4 metric
 template <Metric M>
 VORN_INLINE double bits_sparse(const void *l, const void *r, ub4 metric) {
     const SparseView a = sparse_view(l), b = sparse_view(r);
-    ub8 shared = 0;
+    sb8 shared = 0;
     ub4 i = 0, j = 0;
     while (i < a.count && j < b.count) {
         const ub4 pa = sparse_position(a, i), pb = sparse_position(b, j);
@@ -432,8 +438,8 @@ VORN_INLINE double bits_sparse(const void *l, const void *r, ub4 metric) {
     c.both = shared;
     c.a = a.count;
     c.b = b.count;
-    c.x = ub8(a.count) + b.count - 2 * shared;
-    c.either = ub8(a.count) + b.count - shared;
+    c.x = sb8(a.count) + b.count - 2 * shared;
+    c.either = sb8(a.count) + b.count - shared;
     return finish_bits<M>(c, metric);
 }
 

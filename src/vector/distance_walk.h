@@ -27,6 +27,16 @@ VORN_INLINE bool c_column(const vorn_enc_ctx *e) { return !VORN_ENC_CTX_FLAG(e, 
 // query itself when its type has no C form.
 const void *decode_query(const void *query, ub4 type, bool sparse, ub4 dim, void *scratch);
 
+// The walk's batch hook: prefetches the row pointers of a batch in the right
+// column and, for a paired walk, in the left.
+template <bool Single>
+VORN_INLINE auto batch_prefetch(const vorn_vec *right, const vorn_vec *left) {
+    return [right, left](const ub4 *rows, ub4 n) {
+        prefetch_row_pointers(right, rows, n);
+        if (!Single) prefetch_row_pointers(left, rows, n);
+    };
+}
+
 // Walks uniform rows: distance of row r against the query (single) or of
 // left row r against right row r (paired).  A non-zero kernel return ends
 // the walk and is returned.
@@ -36,10 +46,7 @@ ub8 walk_unif(vorn_vec *right, vorn_vec *left, vorn_dbv_fn kernel, ub4 metric, c
     const ub4 dim = right->enc_ctx->vec_dim;
     return walk_rows(
         ctx, right->size, capacity,
-        [&](const ub4 *rows, ub4 n) {
-            prefetch_row_pointers(right, rows, n);
-            if (!Single) prefetch_row_pointers(left, rows, n);
-        },
+        batch_prefetch<Single>(right, left),
         [&](ub8 k, ub4 r, ub4 next) -> ub8 {
             __builtin_prefetch(row_pointer(right, next));
             if (!Single) __builtin_prefetch(row_pointer(left, next));
@@ -60,6 +67,7 @@ template <bool Int8, class Sink>
 ub8 walk_euclid8(vorn_vec *right, const void *query, ub4 metric, vorn_kernel_ctx *ctx, ub8 capacity, Sink &&sink,
                  ub8 *walked) {
     const ub4 dim = right->enc_ctx->vec_dim;
+    const ub4 row_bytes = Int8 ? dim : 4 * dim;
     alignas(16) float q[kEuclidMaxDim];
     for (ub4 i = 0; i < dim; ++i) q[i] = load_row1<Int8>(query, i);
     const void *ptrs[kEuclidRows];
@@ -71,12 +79,14 @@ ub8 walk_euclid8(vorn_vec *right, const void *query, ub4 metric, vorn_kernel_ctx
         double d[kEuclidRows];
         euclid_rows8<Int8>(q, ptrs, dim, d);
         for (ub4 j = 0; j < count; ++j)
-            sink(ks[j], rs[j], metric == VORN_METRIC_EUCLID ? (d[j] < 0.0 ? 0.0 : std::sqrt(d[j])) : d[j]);
+            sink(ks[j], rs[j], metric == VORN_METRIC_EUCLID ? guarded_sqrt(d[j]) : d[j]);
     };
     const ub8 code = walk_rows(
-        ctx, right->size, capacity, [&](const ub4 *rows, ub4 count) { prefetch_row_pointers(right, rows, count); },
+        ctx, right->size, capacity, batch_prefetch<true>(right, nullptr),
         [&](ub8 k, ub4 r, ub4 next) -> ub8 {
-            __builtin_prefetch(row_pointer(right, next));
+            // The whole of the next row: its lines are read a group later.
+            const auto *ahead = static_cast<const ub1 *>(row_pointer(right, next));
+            for (ub4 b = 0; b < row_bytes; b += 64) __builtin_prefetch(ahead + b);
             ptrs[n] = row_pointer(right, r);
             ks[n] = k;
             rs[n] = r;
@@ -100,7 +110,7 @@ ub8 walk_hamming_bits(vorn_vec *right, const void *query, vorn_kernel_ctx *ctx, 
     const ub8 bytes = (ub8{right->enc_ctx->vec_dim} + 7) >> 3, words = bytes >> 3;
     const auto *q = static_cast<const ub1 *>(query);
     return walk_rows(
-        ctx, right->size, capacity, [&](const ub4 *rows, ub4 count) { prefetch_row_pointers(right, rows, count); },
+        ctx, right->size, capacity, batch_prefetch<true>(right, nullptr),
         [&](ub8 k, ub4 r, ub4 next) -> ub8 {
             __builtin_prefetch(row_pointer(right, next));
             const auto *row = static_cast<const ub1 *>(row_pointer(right, r));
@@ -157,10 +167,7 @@ ub8 walk_flex(vorn_vec *right, vorn_vec *left, ub4 metric, vorn_kernel_ctx *ctx,
     ub8 *selection = ctx != nullptr ? const_cast<ub8 *>(ctx->bv_aux) : nullptr;
     return walk_rows(
         ctx, right->size, capacity,
-        [&](const ub4 *rows, ub4 n) {
-            prefetch_row_pointers(right, rows, n);
-            if (!Single) prefetch_row_pointers(left, rows, n);
-        },
+        batch_prefetch<Single>(right, left),
         [&](ub8 k, ub4 r, ub4 next) -> ub8 {
             __builtin_prefetch(row_pointer(right, next));
             const auto *lv = static_cast<const ub1 *>(row_pointer(left, Single ? 0 : r));

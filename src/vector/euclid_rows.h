@@ -5,10 +5,10 @@
 // time is the latency of a chain of double additions.  Here each row still
 // has its own chain in element order - the same operations in the same
 // order, so every result is bit-identical to the kernel's - but eight rows
-// run side by side in the lanes of four double accumulators: four rows are
-// loaded four elements at a time and transposed, so that one vector holds
-// element i of four rows; the difference and the square are taken in float
-// as the kernel takes them, and the two halves widen into two accumulators.
+// run side by side, two in the lanes of each of four double accumulators:
+// the difference and the square are taken in float as the kernel takes
+// them, four elements of a row at a time against the query as it lies, and
+// only the squares of a pair of rows are interleaved before they widen.
 // Elements behind the last group of four continue each row's chain one by
 // one.
 #pragma once
@@ -39,44 +39,35 @@ VORN_INLINE float load_row1(const void *row, ub4 i) {
     else return static_cast<const float *>(row)[i];
 }
 
-// Adds (element - query)^2 of four rows, one element, into two accumulators.
-VORN_INLINE void add_step(__m128 col, __m128 q, __m128d &lo, __m128d &hi) {
-    const __m128 d = _mm_sub_ps(col, q);
-    const __m128 sq = _mm_mul_ps(d, d);
-    lo = _mm_add_pd(lo, _mm_cvtps_pd(sq));
-    hi = _mm_add_pd(hi, _mm_cvtps_pd(_mm_movehl_ps(sq, sq)));
+// Adds (element - query)^2 of elements i to i + 3 of two rows, x and y,
+// to their sums s = [sum x, sum y]: the squares are taken four at a time in
+// each row, then interleaved so that each double addition takes element k
+// of both rows, k = i to i + 3 in order.
+VORN_INLINE void add_two_rows(__m128 x, __m128 y, __m128 q, __m128d &s) {
+    const __m128 dx = _mm_sub_ps(x, q), dy = _mm_sub_ps(y, q);
+    const __m128 sx = _mm_mul_ps(dx, dx), sy = _mm_mul_ps(dy, dy);
+    const __m128 lo = _mm_unpacklo_ps(sx, sy), hi = _mm_unpackhi_ps(sx, sy);
+    s = _mm_add_pd(s, _mm_cvtps_pd(lo));
+    s = _mm_add_pd(s, _mm_cvtps_pd(_mm_movehl_ps(lo, lo)));
+    s = _mm_add_pd(s, _mm_cvtps_pd(hi));
+    s = _mm_add_pd(s, _mm_cvtps_pd(_mm_movehl_ps(hi, hi)));
 }
 
 // out[j] = sum over i of (row_j[i] - q[i])^2, each in element order.
 // q is the query as floats; rows are float or int8 bodies.
 template <bool Int8>
 VORN_INLINE void euclid_rows8(const float *q, const void *const *rows, ub4 dim, double *out) {
-    __m128d s01 = _mm_setzero_pd(), s23 = _mm_setzero_pd(), s45 = _mm_setzero_pd(), s67 = _mm_setzero_pd();
+    __m128d acc[kEuclidRows / 2];
+    for (ub4 p = 0; p < kEuclidRows / 2; ++p) acc[p] = _mm_setzero_pd();
     const ub4 blocks = dim & ~3u;
     for (ub4 i = 0; i < blocks; i += 4) {
-        __m128 a0 = load_row4<Int8>(rows[0], i), a1 = load_row4<Int8>(rows[1], i);
-        __m128 a2 = load_row4<Int8>(rows[2], i), a3 = load_row4<Int8>(rows[3], i);
-        __m128 b0 = load_row4<Int8>(rows[4], i), b1 = load_row4<Int8>(rows[5], i);
-        __m128 b2 = load_row4<Int8>(rows[6], i), b3 = load_row4<Int8>(rows[7], i);
-        _MM_TRANSPOSE4_PS(a0, a1, a2, a3);
-        _MM_TRANSPOSE4_PS(b0, b1, b2, b3);
         const __m128 qv = _mm_loadu_ps(q + i);
-        const __m128 q0 = _mm_shuffle_ps(qv, qv, 0x00), q1 = _mm_shuffle_ps(qv, qv, 0x55);
-        const __m128 q2 = _mm_shuffle_ps(qv, qv, 0xaa), q3 = _mm_shuffle_ps(qv, qv, 0xff);
-        add_step(a0, q0, s01, s23);
-        add_step(b0, q0, s45, s67);
-        add_step(a1, q1, s01, s23);
-        add_step(b1, q1, s45, s67);
-        add_step(a2, q2, s01, s23);
-        add_step(b2, q2, s45, s67);
-        add_step(a3, q3, s01, s23);
-        add_step(b3, q3, s45, s67);
+#pragma GCC unroll 16
+        for (ub4 p = 0; p < kEuclidRows / 2; ++p)
+            add_two_rows(load_row4<Int8>(rows[2 * p], i), load_row4<Int8>(rows[2 * p + 1], i), qv, acc[p]);
     }
     alignas(16) double s[kEuclidRows];
-    _mm_store_pd(s, s01);
-    _mm_store_pd(s + 2, s23);
-    _mm_store_pd(s + 4, s45);
-    _mm_store_pd(s + 6, s67);
+    for (ub4 p = 0; p < kEuclidRows / 2; ++p) _mm_store_pd(s + 2 * p, acc[p]);
     for (ub4 i = blocks; i < dim; ++i)
         for (ub4 j = 0; j < kEuclidRows; ++j) {
             const float d = load_row1<Int8>(rows[j], i) - q[i];

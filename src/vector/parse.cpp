@@ -242,7 +242,7 @@ ub8 parse_rows(vorn_vec *res, double **norms, vorn_vec *src, ub8 *bad_rows, vorn
             code = VORN_VEC_NORM_OVERFLOW;
             break;
         }
-        if (norms != nullptr) (*norms)[done] = r.sum < 0.0 ? 0.0 : std::sqrt(r.sum);
+        if (norms != nullptr) (*norms)[done] = vorn::vec::guarded_sqrt(r.sum);
         if (dims == 0) lengths[done] = ub2(r.count);
         pos += r.count;
         ++done;

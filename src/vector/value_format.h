@@ -9,6 +9,8 @@
 // of the vector subsystem reads elements through the loads below.
 #pragma once
 
+#include <emmintrin.h>
+
 #include <bit>
 
 #include "frame/base.h"
@@ -27,6 +29,13 @@ VORN_INTERNAL ub4 vorn_dbv_lvtype2vorn(ub4 format);
 }  // extern "C"
 
 namespace vorn::vec {
+
+// The square root as the instruction gives it, correctly rounded like
+// std::sqrt, without the library call std::sqrt keeps for errno.
+VORN_INLINE double exact_sqrt(double x) { return _mm_cvtsd_f64(_mm_sqrt_pd(_mm_set1_pd(x))); }
+
+// A norm or distance root: 0.0 for a sum below 0.0.
+VORN_INLINE double guarded_sqrt(double x) { return x < 0.0 ? 0.0 : exact_sqrt(x); }
 
 // ---- The header -------------------------------------------------------------
 

@@ -1,7 +1,8 @@
 // vector_model.h - plain models of the vector elements that the tests of
 // arithmetic, conversion, distances and top-K compare against: the five
-// element forms, the order-preserving codec, and random element values
-// that reach the edges (zeros, huge values, the int8 limits).
+// element forms, the order-preserving codec at every width, float16, and
+// random element values that reach the edges (zeros, huge values, the int8
+// limits).
 #pragma once
 
 #include <bit>
@@ -27,32 +28,52 @@ inline bool is_c(unsigned f) { return f == kCFloat || f == kCDouble; }
 inline unsigned bytes_of(unsigned f) { return is_dbl(f) ? 8 : is_flt(f) ? 4 : 1; }
 inline ub1 type_of(unsigned f) { return is_dbl(f) ? 2 : is_flt(f) ? 1 : 5; }
 
-// The order-preserving image, written from its definition: NaN to the NaN
-// image, negative values complemented (but -0 kept), positive ones with the
-// sign bit added; the result stored big-endian.
+// The order-preserving image of a bits-wide pattern v (16, 32 or 64 bits),
+// written from its definition: a NaN (magnitude above `inf`, the pattern
+// of infinity) to the NaN image (sign, exponent and quiet bit set),
+// negative values complemented (but -0 kept), positive ones with the sign
+// bit added.  The result is the value before its big-endian store.
+inline ub8 order_encode_model(ub8 v, int bits, ub8 inf, int mantissa_bits) {
+    const ub8 top = ub8(1) << (bits - 1);
+    const ub8 mask = bits == 64 ? ~ub8(0) : (ub8(1) << bits) - 1;
+    if ((v & ~top & mask) > inf) return (~ub8(0) << (mantissa_bits - 1)) & mask;
+    if (v & top) return v == top ? v : (~v & mask);
+    return (v + top) & mask;
+}
+// The inverse, from the value read big-endian: a set top bit is dropped,
+// a clear one complements the pattern.
+inline ub8 order_decode_model(ub8 stored, int bits) {
+    const ub8 top = ub8(1) << (bits - 1);
+    const ub8 mask = bits == 64 ? ~ub8(0) : (ub8(1) << bits) - 1;
+    return (stored & top) ? (stored - top) : (~stored & mask);
+}
+
 inline ub4 c_enc32(float x) {
-    ub4 v = std::bit_cast<ub4>(x), t;
-    if ((v & 0x7fffffffu) > 0x7f800000u) t = 0xffc00000u;
-    else if (v == 0x80000000u) t = v;
-    else if (v & 0x80000000u) t = ~v;
-    else t = v + 0x80000000u;
-    return __builtin_bswap32(t);
+    return __builtin_bswap32(ub4(order_encode_model(std::bit_cast<ub4>(x), 32, 0x7f800000u, 23)));
 }
 inline ub8 c_enc64(double x) {
-    ub8 v = std::bit_cast<ub8>(x), t;
-    if ((v & 0x7fffffffffffffffull) > 0x7ff0000000000000ull) t = 0xfff8000000000000ull;
-    else if (v == 0x8000000000000000ull) t = v;
-    else if (v & 0x8000000000000000ull) t = ~v;
-    else t = v + 0x8000000000000000ull;
-    return __builtin_bswap64(t);
+    return __builtin_bswap64(order_encode_model(std::bit_cast<ub8>(x), 64, 0x7ff0000000000000ull, 52));
 }
-inline float c_dec32(ub4 s) {
-    ub4 t = __builtin_bswap32(s);
-    return std::bit_cast<float>((t & 0x80000000u) ? t - 0x80000000u : ~t);
-}
-inline double c_dec64(ub8 s) {
-    ub8 t = __builtin_bswap64(s);
-    return std::bit_cast<double>((t & 0x8000000000000000ull) ? t - 0x8000000000000000ull : ~t);
+inline float c_dec32(ub4 s) { return std::bit_cast<float>(ub4(order_decode_model(__builtin_bswap32(s), 32))); }
+inline double c_dec64(ub8 s) { return std::bit_cast<double>(order_decode_model(__builtin_bswap64(s), 64)); }
+
+// float16 to float from the definition of the format: subnormals by
+// ldexp, infinities and NaNs with the mantissa moved up and a NaN made
+// quiet, the sign bit set apart.
+inline float model_f16(ub2 h) {
+    const int e = (h >> 10) & 31;
+    const int m = h & 0x3FF;
+    float v;
+    if (e == 0) {
+        v = float(std::ldexp(double(m), -24));
+    } else if (e == 31) {
+        ub4 bits = 0x7F800000u | (ub4(m) << 13);
+        if (m) bits |= 0x00400000u;
+        v = std::bit_cast<float>(bits);
+    } else {
+        v = float(std::ldexp(double(1024 + m), e - 25));
+    }
+    return (h & 0x8000) ? std::bit_cast<float>(std::bit_cast<ub4>(v) | 0x80000000u) : v;
 }
 
 // Element i of a byte array in form f, as a double (exact for every form).
