@@ -92,6 +92,23 @@ vorn_vector_arith_fn kernel_for(unsigned op, unsigned A, unsigned B, unsigned R,
                                       c_ind(R), 0, scalar, wnorm);
 }
 
+// A random selection of `n` rows in the three forms the walk takes: a bit
+// vector (sel 0), a row list (sel 1) or every row (sel 2), with a random
+// starting cursor.  The vectors live here, so `k` points into this record.
+struct RowSelection {
+    std::vector<ub8> bits;
+    std::vector<ub4> list;
+    RowSelection(std::mt19937_64 &rng, ub4 n, double density) : bits(random_bits(rng, n, density)) {
+        for (ub4 r = 0; r < n; ++r)
+            if (rng() % 3 == 0) list.push_back(r);
+    }
+    void apply(std::mt19937_64 &rng, vorn_kernel_ctx &k, unsigned sel, ub4 n) {
+        if (sel == 0) k.bv_aux = bits.data();
+        if (sel == 1) { k.ones_vec = list.data(); k.ones_vec_size = static_cast<ub4>(list.size()); }
+        k.row_pos = static_cast<ub4>(sel == 1 ? rng() % (list.size() + 1) : rng() % n);
+    }
+};
+
 TEST(VectorArith, DispatchKeysAndRefusals) {
     EXPECT_EQ(vorn_vector_arith_key(19, 1, 0, 0, 1, 0, 0, 1, 0, 0, 0, 0), 3567184u);
     EXPECT_EQ(vorn_vector_arith_key(20, 1, 0, 0, 1, 0, 0, 1, 0, 0, 0, 0), 0x394750u);
@@ -273,13 +290,8 @@ TEST(VectorArith, EntryWalksPairedSingleAndScalar) {
                 std::vector<double> norms(cap, -1.0);
                 double *norm_ptr = norms.data();
                 vorn_kernel_ctx k = host().kctx();
-                const auto bits = random_bits(rng, n, 0.3);
-                std::vector<ub4> list;
-                for (ub4 r = 0; r < n; ++r)
-                    if (rng() % 3 == 0) list.push_back(r);
-                if (sel == 0) k.bv_aux = bits.data();
-                if (sel == 1) { k.ones_vec = list.data(); k.ones_vec_size = static_cast<ub4>(list.size()); }
-                k.row_pos = static_cast<ub4>(sel == 1 ? rng() % (list.size() + 1) : rng() % n);
+                RowSelection chosen(rng, n, 0.3);
+                chosen.apply(rng, k, sel, n);
                 const vorn_kernel_ctx before = k;
                 const auto rows = walked_rows(k, n, cap);
                 const ub8 code = ctx().vorn_vector_arith_dydi(&res.vec, &norm_ptr, &left.vec, &right.vec, 19, &k,
@@ -505,13 +517,9 @@ TEST(VectorArith, FlexibleRowsAgainstTheModel) {
                 std::vector<double> norms(cap, -1.0);
                 double *norm_ptr = norms.data();
                 vorn_kernel_ctx k = host().kctx();
-                auto bits = random_bits(rng, n, 0.4);
-                std::vector<ub4> list;
-                for (ub4 r = 0; r < n; ++r)
-                    if (rng() % 3 == 0) list.push_back(r);
-                if (sel == 0) k.bv_aux = bits.data();
-                if (sel == 1) { k.ones_vec = list.data(); k.ones_vec_size = static_cast<ub4>(list.size()); }
-                k.row_pos = static_cast<ub4>(sel == 1 ? rng() % (list.size() + 1) : rng() % n);
+                RowSelection chosen(rng, n, 0.4);
+                chosen.apply(rng, k, sel, n);
+                auto &bits = chosen.bits;
                 const vorn_kernel_ctx before = k;
                 const auto bits_before = bits;
                 const auto rows = walked_rows(k, n, cap);

@@ -1,4 +1,5 @@
 #include "vorn_demo/queries.h"
+#include "vorn_demo/groups.h"
 
 #include <algorithm>
 #include <chrono>
@@ -96,16 +97,6 @@ ub8 total(const std::vector<ub8> &counts) {
     return s;
 }
 
-std::string with_commas(ub8 n) {
-    const std::string digits = std::to_string(n);
-    std::string s;
-    for (std::size_t i = 0; i < digits.size(); ++i) {
-        if (i && (digits.size() - i) % 3 == 0) s += ',';
-        s += digits[i];
-    }
-    return s;
-}
-
 class Plan {
 public:
     Plan(Scan &scan, Table &t) : scan_(scan), t_(t) {}
@@ -198,7 +189,7 @@ private:
             Outcome o;
             o.title = pass == 0 ? "Q1b compressed column, first scan" : "Q1b compressed column, again";
             o.question = pass == 0 ? "channel between 'outlet' and 'store' (8-bit codes stored compressed, " +
-                                         with_commas(compressed) + " bytes for " + with_commas(packed) +
+                                         commas(compressed) + " bytes for " + commas(packed) +
                                          "): each unit decompressed once into its cache cell"
                                    : "the same predicate; every cache cell already filled, no decode";
             std::vector<Bits> bits = unit_bits(t_);
@@ -397,7 +388,7 @@ private:
             for (std::size_t j = 0; j < outs[u].rows.size() && j < 4; ++j)
                 sample += (sample.empty() ? "" : ", ") +
                           std::string(reinterpret_cast<const char *>(outs[u].ptrs[j]), outs[u].lens[j]);
-        o.answer = with_commas(decoded) + " rows: " + sample + ", ...";
+        o.answer = commas(decoded) + " rows: " + sample + ", ...";
         out_.push_back(o);
     }
 
@@ -453,8 +444,8 @@ private:
             for (const auto &pr : per_region) c += pr[r];
             if (c > top_count) top = r, top_count = c;
         }
-        o.answer = with_commas(total(counts)) + " rows kept; busiest region " + std::to_string(top) + " with " +
-                   with_commas(top_count) + " rows";
+        o.answer = commas(total(counts)) + " rows kept; busiest region " + std::to_string(top) + " with " +
+                   commas(top_count) + " rows";
         out_.push_back(o);
     }
 
@@ -491,7 +482,7 @@ private:
             }
         });
         for (const RleUnit &r : t_.status) runs += r.runs;
-        finish_bits(o, bits, model, counts, " in " + with_commas(runs) + " runs");
+        finish_bits(o, bits, model, counts, " in " + commas(runs) + " runs");
     }
 
     // The scalar path of a predicate query: eval(u) marks unit u's rows in a
@@ -510,7 +501,7 @@ private:
                      const std::vector<ub8> &counts, const std::string &more = "") {
         o.rows = static_cast<double>(t_.rows);
         o.ok = same_bits(t_, library, model.bits, o.mismatch) && total(counts) == total(model.counts);
-        o.answer = with_commas(total(counts)) + " rows" + more;
+        o.answer = commas(total(counts)) + " rows" + more;
         out_.push_back(o);
     }
 
