@@ -94,10 +94,14 @@ struct Data {
         }
         hash_enc.flags = VORN_ALIGNED;
         hash_enc.width_code = 22;
-        hash_vec = {hashes.data(), nullptr, nullptr, &hash_enc, nullptr, nullptr, 0, static_cast<ub4>(n)};
+        hash_vec.data = hashes.data();
+        hash_vec.enc_ctx = &hash_enc;
+        hash_vec.size = static_cast<ub4>(n);
         key_enc.flags = VORN_FIXED;
         key_enc.bit_width = 64;
-        key_vec = {keys.data(), nullptr, nullptr, &key_enc, nullptr, nullptr, 0, static_cast<ub4>(n)};
+        key_vec.data = keys.data();
+        key_vec.enc_ctx = &key_enc;
+        key_vec.size = static_cast<ub4>(n);
         val_enc.flags = VORN_AUTORID;
         val_vec.enc_ctx = &val_enc;
         val_vec.size = static_cast<ub4>(n);

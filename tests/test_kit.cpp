@@ -205,7 +205,7 @@ TEST(KitHash, DependsOnEveryByteAndTheSeed) {
         const ub8 h = vorn_kit_hash(v.data(), len, 17);
         EXPECT_EQ(h, vorn_kit_hash(v.data(), len, 17));
         EXPECT_NE(h, vorn_kit_hash(v.data(), len, 18));
-        if (len < 40) EXPECT_NE(h, vorn_kit_hash(v.data(), len + 1, 17)) << len;
+        if (len < 40) { EXPECT_NE(h, vorn_kit_hash(v.data(), len + 1, 17)) << len; }
         for (ub8 k = 0; k < len; ++k) {
             v[k] ^= 1;
             EXPECT_NE(h, vorn_kit_hash(v.data(), len, 17)) << len << " " << k;
@@ -237,7 +237,7 @@ TEST(KitStreams, CompressedStreamsDecodeThroughTheLibrary) {
         ub4 length = 0;
         EXPECT_EQ(s->lomp_decode(&lctx, stream, out.data(), &length, static_cast<ub4>(bytes)), 0u) << bytes;
         EXPECT_EQ(length, bytes);
-        if (bytes) EXPECT_EQ(std::memcmp(out.data(), data.data(), bytes), 0);
+        if (bytes) { EXPECT_EQ(std::memcmp(out.data(), data.data(), bytes), 0); }
         EXPECT_EQ(vorn_kit_host_decode_calls(host), 1u);
         vorn_kit_host_destroy(host);
         std::free(stream);

@@ -44,7 +44,7 @@ std::vector<ub8> arid4_list(const KvTable &t, ub4 key, std::vector<ub4> *capacit
     do {
         for (ub4 i = 0; i < at<ub2>(c); ++i) out.push_back(at<ub4>(c + 12 + 4 * i));
         if (capacities) capacities->push_back(at<ub2>(c + 2));
-        if (c != newest) EXPECT_EQ(at<ub2>(c), at<ub2>(c + 2)) << "an older chunk is full";
+        if (c != newest) { EXPECT_EQ(at<ub2>(c), at<ub2>(c + 2)) << "an older chunk is full"; }
         c = reinterpret_cast<const ub1 *>(at<ub8>(c + 4));
     } while (c != first);
     return out;
@@ -179,7 +179,7 @@ TEST(KvArrays, RidListsMatchTheModel) {
                         if (source == 1) return vorn_kv_ll_add_k4v8_key32_payload_arid8(&t.kv, n, keys.data(), payload8.data(), pos, g, status);
                         return vorn_kv_ll_add_k4v8_key32_autorid_arid8(&t.kv, n, keys.data(), base, pos, g, status);
                     });
-                    if (refusals && !unique) EXPECT_GT(stops, 3u);  // unique keys ask for nothing
+                    if (refusals && !unique) { EXPECT_GT(stops, 3u); }  // unique keys ask for nothing
                     if (kind == Table::arid4 || source == 0)
                         for (ub8 &r : rids) r &= 0xffffffffu;
                     const Lists want = model(keys, rids, unique);
@@ -206,9 +206,9 @@ TEST(KvArrays, Arid4ListGrowsThroughRecordAndChunks) {
         ASSERT_EQ(vorn_kv_ll_add_k4v4_key32_autorid_arid4(&t.kv, i + 1, keys.data(), 0, &pos, KvTable::grow, status), 0u);
         const ub1 *elem = t.page(0, 0) + (77 >> 3) * 34;
         const ub1 bit = 1u << (77 & 7);
-        if (i == 0) EXPECT_FALSE(elem[0] & bit);
-        if (i >= 1 && i <= 3) EXPECT_TRUE((elem[0] & bit) && !(elem[1] & bit));
-        if (i == 4) EXPECT_TRUE(elem[1] & bit);  // the fifth moves the last two into a chunk
+        if (i == 0) { EXPECT_FALSE(elem[0] & bit); }
+        if (i >= 1 && i <= 3) { EXPECT_TRUE((elem[0] & bit) && !(elem[1] & bit)); }
+        if (i == 4) { EXPECT_TRUE(elem[1] & bit); }  // the fifth moves the last two into a chunk
     }
     std::vector<ub4> caps;
     std::vector<ub8> want(n);
@@ -302,7 +302,7 @@ TEST(KvArrays, CountsMatchTheModel) {
             for (ub4 k : keys) ++want[k];
             for (const auto &[k, c] : want) ASSERT_EQ(acnt_count(t, k), unique ? 1 : c) << k;
             for (ub4 k = 0; k < 5 * 131072; k += 1 + rng() % 301)
-                if (!want.count(k)) ASSERT_EQ(acnt_count(t, k), 0u);
+                if (!want.count(k)) { ASSERT_EQ(acnt_count(t, k), 0u); }
         }
     }
 }
