@@ -22,6 +22,7 @@
 #include "frame/entries.h"
 #include "vector/dbv_lanes.h"
 #include "vector/dbv_names.h"
+#include "vector/dbv_roots.h"
 #include "vector/value_format.h"
 
 namespace vorn::vec {
@@ -373,17 +374,16 @@ VORN_INLINE void count_byte(BitCounts &c, ub1 a, ub1 b) {
 template <Metric M>
 VORN_INLINE double finish_bits(const BitCounts &c, ub4 metric) {
     if constexpr (M == Metric::euclid) {
-        const double x = count_to_double(c.x);
-        return metric == VORN_METRIC_EUCLID ? exact_sqrt(x) : x;
+        return metric == VORN_METRIC_EUCLID ? count_root(c.x) : count_to_double(c.x);
     } else if constexpr (M == Metric::hamming || M == Metric::manhattan) {
         return count_to_double(c.x);
     } else if constexpr (M == Metric::dotprod) {
         const ub4 n = ub4(c.both);
         return metric == VORN_METRIC_NEG_DOTPROD ? double(sb4(0u - n)) : double(n);
     } else if constexpr (M == Metric::cosine) {
-        // Both roots in one instruction: each lane is rounded as alone.
-        const __m128d roots = _mm_sqrt_pd(_mm_set_pd(count_to_double(c.b), count_to_double(c.a)));
-        const double cs = count_to_double(c.both) / (_mm_cvtsd_f64(roots) * _mm_cvtsd_f64(_mm_unpackhi_pd(roots, roots)));
+        // The roots of the counts come from the table: the division is the
+        // one slow step left.
+        const double cs = count_to_double(c.both) / (count_root(c.a) * count_root(c.b));
         return metric == VORN_METRIC_COSINE_DISTANCE ? 1.0 - cs : cs;
     } else {
         const double j = count_to_double(c.both) / count_to_double(c.either);
@@ -392,15 +392,11 @@ VORN_INLINE double finish_bits(const BitCounts &c, ub4 metric) {
 }
 
 // A dense bit body of dims bits is (dims + 7) / 8 bytes: whole 64-bit words
-// by population count, the rest bytewise by table.  A call on a short
-// vector costs little more than its setup (128 bits are two words), so the
-// setup is one byte count, and a vector of whole 16-byte groups - the usual
-// dimensions - runs straight through one loop of two words; a lone word
-// and the byte tail are laid out of the way.
+// by population count, the rest bytewise by table.  Any length runs through
+// one loop of two words for every whole 16-byte group, with a lone word and
+// the byte tail laid out of the way.
 template <Metric M>
-VORN_INLINE double bits_dense(ub4 dims, const void *l, const void *r, ub4 metric) {
-    const auto *pa = static_cast<const ub1 *>(l);
-    const auto *pb = static_cast<const ub1 *>(r);
+[[gnu::noinline]] ub8 bits_dense_any(ub4 dims, const ub1 *pa, const ub1 *pb, ub4 metric, double *out) {
     const ub8 bytes = (ub8(dims) + 7) >> 3;
     const ub8 groups = bytes & ~ub8(15);
     BitCounts c;
@@ -419,7 +415,25 @@ VORN_INLINE double bits_dense(ub4 dims, const void *l, const void *r, ub4 metric
         const ub4 rest = ub4(bytes & 7);
         for (ub4 k = 0; k < rest; ++k) count_byte<M>(c, pa[o + k], pb[o + k]);
     }
-    return finish_bits<M>(c, metric);
+    *out = finish_bits<M>(c, metric);
+    return 0;
+}
+
+// The kernel's entry.  A 128-bit code (121 to 128 dimensions, one 16-byte
+// group) is the common short vector, and its call costs little more than
+// its setup, so it runs straight through two words with nothing around
+// them: one test of the dimension, no loop, no frame.  Every other length
+// is one jump to the loop above, which writes the result itself.
+template <Metric M>
+VORN_INLINE ub8 bits_dense(ub4 dims, const void *l, const void *r, ub4 metric, double *out) {
+    const auto *pa = static_cast<const ub1 *>(l);
+    const auto *pb = static_cast<const ub1 *>(r);
+    if (dims - 121 > 7) [[unlikely]] return bits_dense_any<M>(dims, pa, pb, metric, out);
+    BitCounts c;
+    count_word<M>(c, load<ub8>(pa), load<ub8>(pb));
+    count_word<M>(c, load<ub8>(pa + 8), load<ub8>(pb + 8));
+    *out = finish_bits<M>(c, metric);
+    return 0;
 }
 
 // Sparse bits: each position is a set bit.
@@ -450,7 +464,8 @@ VORN_INLINE ub8 distance(ub4 dims, const void *l, const void *r, ub4 metric, dou
     static_assert(L.sparse == R.sparse, "both operands are sparse or neither is");
     if constexpr (L.base == Base::bits) {
         static_assert(R.base == Base::bits);
-        *out = L.sparse ? bits_sparse<M>(l, r, metric) : bits_dense<M>(dims, l, r, metric);
+        if constexpr (L.sparse) *out = bits_sparse<M>(l, r, metric);
+        else return bits_dense<M>(dims, l, r, metric, out);
     } else if constexpr (L.sparse) {
         *out = SparseKernel<M, L, R>::run(l, r, metric);
     } else {
