@@ -133,10 +133,15 @@ void kernel_row(benchmark::State &state, Form f, ub4 metric, ub4 dims) {
     const Data &d = data(f, dims);
     const vorn_dbv_fn fn = ctx().vorn_vector_pick_metric_dydi(metric, type_of(f), f == Form::Cfloat, 0, type_of(f),
                                                               f == Form::Cfloat, 0);
-    // One result per pair into an array, as the drivers write them.
+    // One result per pair into an array, as the drivers write them; the
+    // bodies' addresses come from locals, as a driver's row walk has them.
     std::vector<double> out(kPairs);
+    const ub1 *const base = d.body(0);
+    const std::size_t stride = d.stride;
+    double *const res = out.data();
     for (auto _ : state) {
-        for (std::size_t p = 0; p < kPairs; ++p) fn(dims, d.body(2 * p), d.body(2 * p + 1), metric, &out[p]);
+        const ub1 *pair = base;
+        for (std::size_t p = 0; p < kPairs; ++p, pair += 2 * stride) fn(dims, pair, pair + stride, metric, res + p);
         benchmark::DoNotOptimize(out.data());
         benchmark::ClobberMemory();
     }
@@ -147,8 +152,13 @@ template <Form F>
 void scalar_row(benchmark::State &state, ub4 metric, ub4 dims) {
     const Data &d = data(F, dims);
     std::vector<double> out(kPairs);
+    const ub1 *const base = d.body(0);
+    const std::size_t stride = d.stride;
+    double *const res = out.data();
     for (auto _ : state) {
-        for (std::size_t p = 0; p < kPairs; ++p) out[p] = scalar_distance<F>(metric, dims, d.body(2 * p), d.body(2 * p + 1));
+        const ub1 *pair = base;
+        for (std::size_t p = 0; p < kPairs; ++p, pair += 2 * stride)
+            res[p] = scalar_distance<F>(metric, dims, pair, pair + stride);
         benchmark::DoNotOptimize(out.data());
         benchmark::ClobberMemory();
     }

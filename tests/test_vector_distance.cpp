@@ -19,6 +19,7 @@
 #include "support/test_host.h"
 #include "support/vector_model.h"
 #include "vector/dbv_names.h"
+#include "vector/dbv_roots.h"
 
 namespace {
 using vorntest::vec::order_encode_model;
@@ -428,6 +429,49 @@ vorn_dbv_fn by_name(const std::string &name) {
     for (size_t k = 0; k < 822; ++k)
         if (name == vorn_dbv_kernel_names[k]) return vorn_dbv_kernels[k];
     return nullptr;
+}
+
+// ---- Bit kernels: the 128-bit path and the table of roots --------------------
+
+TEST(VectorDistance, CountRootsAreTheCorrectlyRoundedRoots) {
+    for (uint32_t n = 0; n < vorn::vec::kCountRoots; ++n)
+        ASSERT_EQ(std::bit_cast<uint64_t>(vorn_count_roots[n]), std::bit_cast<uint64_t>(std::sqrt(double(n)))) << n;
+}
+
+// The dimensions around the one-group path (121 to 128 bits) and counts on
+// both sides of the table's end (1,024): dense vectors whose bits are set
+// with a chosen density, so a count reaches every range, and every code.
+TEST(VectorDistance, BitKernelsAroundTheShortPathAndTheRootTable) {
+    std::mt19937_64 rng(128);
+    const Op bits{BITS, false, false};
+    const KernelName names[] = {split_name("vorn_dbv_euclid_bitmsb0_bitmsb0"),
+                                split_name("vorn_dbv_cosine_bitmsb0_bitmsb0"),
+                                split_name("vorn_dbv_dotprod_bitmsb0_bitmsb0"),
+                                split_name("vorn_dbv_manhattan_bitmsb0_bitmsb0"),
+                                split_name("vorn_dbv_hamming_bitmsb0_bitmsb0"),
+                                split_name("vorn_dbv_jaccard_bitmsb0_bitmsb0")};
+    for (uint32_t dims : {112u, 119u, 120u, 121u, 122u, 126u, 127u, 128u, 129u, 136u, 256u, 1016u, 1024u, 1025u,
+                          1032u, 1100u, 2048u}) {
+        for (int rep = 0; rep < 6; ++rep) {
+            Body l = dense_body(rng, bits, dims), r = dense_body(rng, bits, dims);
+            // Densities from all clear to all set, on each side apart.
+            const unsigned dl = rep, dr = 5 - rep;
+            for (uint32_t i = 0; i < (dims + 7) / 8; ++i) {
+                l.p()[i] = dl == 0 ? 0 : dl == 5 ? 0xFF : uint8_t(l.p()[i] & (dl < 3 ? rng() : ~rng()));
+                r.p()[i] = dr == 0 ? 0 : dr == 5 ? 0xFF : uint8_t(r.p()[i] | (dr < 3 ? 0 : rng()));
+            }
+            for (const KernelName &kn : names) {
+                const vorn_dbv_fn fn = by_name("vorn_dbv_" + kn.metric + "_bitmsb0_bitmsb0");
+                for (uint32_t code = 0; code <= 10; ++code) {
+                    double out = 12345.0;
+                    ASSERT_EQ(fn(dims, l.p(), r.p(), code, &out), 0u);
+                    const double want = model(kn, dims, l.p(), r.p(), code);
+                    ASSERT_TRUE(same_double(out, want))
+                        << kn.metric << " dims " << dims << " code " << code << ": " << out << " vs " << want;
+                }
+            }
+        }
+    }
 }
 
 TEST(VectorDistance, EdgeCases) {
