@@ -113,22 +113,6 @@ TEST(Burst, AgreesWithTheModelOnEveryPathAndForm) {
     for (int p = 0; p < 4; ++p) EXPECT_TRUE(seen[p]) << "path " << p << " not exercised";
 }
 
-TEST(Burst, PathsByDensity) {
-    using vorn::burst::Path;
-    using vorn::burst::choose_path;
-    EXPECT_EQ(choose_path(1, 100), Path::sparse);
-    EXPECT_EQ(choose_path(2, 100), Path::middle_low);
-    EXPECT_EQ(choose_path(50, 100), Path::middle_low);
-    EXPECT_EQ(choose_path(51, 100), Path::middle_high);
-    EXPECT_EQ(choose_path(98, 100), Path::middle_high);
-    EXPECT_EQ(choose_path(99, 100), Path::near_full);
-    EXPECT_EQ(choose_path(100, 100), Path::near_full);
-    // 0.02 * 49 truncates to 0: no count is below it.
-    EXPECT_EQ(choose_path(0, 49), Path::middle_low);
-    EXPECT_EQ(choose_path(0, 50), Path::sparse);
-    EXPECT_EQ(choose_path(0, 0), Path::middle_low);
-}
-
 // One run of each length at every bit offset in a byte: the 56-bit writes
 // and their remainders, and the neighbours' bits left alone.
 TEST(Burst, LongRunsAtEveryOffset) {

@@ -19,11 +19,9 @@ namespace {
 
 using namespace vorntest;
 
-constexpr unsigned kWidths[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 24, 32};
+constexpr const auto &kWidths = kPackedWidths;
 
-ub4 decode_index(unsigned width) {
-    return VORN_DISPATCH_INDEX(VORN_KERNEL_GROUP(VORN_WIDTH_CODE(width), VORN_ENC_DICT), VORN_OP_DECODE, 0);
-}
+ub4 decode_index(unsigned width) { return kernel_index(width, VORN_ENC_DICT, VORN_OP_DECODE); }
 vorn_decode_fn decoder(unsigned width) { return kernel(decode_index(width)).decode; }
 std::string kernel_name(unsigned width) { return "vorn_decode_dict_" + std::to_string(width) + "bit"; }
 

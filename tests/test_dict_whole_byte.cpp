@@ -17,9 +17,7 @@ using namespace vorntest;
 
 const unsigned kWidths[] = {8, 16, 32, 64};
 
-ub4 index_of(unsigned bits, unsigned op, bool null) {
-    return VORN_DISPATCH_INDEX(VORN_KERNEL_GROUP(VORN_WIDTH_CODE(bits), VORN_ENC_DICT), op, null);
-}
+ub4 index_of(unsigned bits, unsigned op, bool null) { return kernel_index(bits, VORN_ENC_DICT, op, null); }
 
 std::string name_of(unsigned bits, unsigned op, bool null) {
     return std::string("vorn_") + compare_name(op) + "_dict_" + std::to_string(bits) + "bit" + (null ? "_null" : "");
@@ -176,11 +174,6 @@ TEST(DictWholeByte, RunLengthColumnsCompareRunsAndExpand) {
     }
 }
 
-ub8 failing_decoder(const vorn_lomp_ctx *, const ub1 *, ub1 *out, ub4 *, ub4 capacity) {
-    std::memset(out, 0, capacity);
-    return 24;
-}
-
 TEST(DictWholeByte, MessagesCarryTheDictionaryKernelsNames) {
     for (unsigned bits : kWidths)
         for (unsigned op = 0; op < 10; ++op)
@@ -188,7 +181,7 @@ TEST(DictWholeByte, MessagesCarryTheDictionaryKernelsNames) {
                 auto col = packed_column(std::vector<ub8>(10, 3), bits);
                 col->compress_by_copy();
                 TestHost host;
-                host.decoder = failing_decoder;
+                host.use_failing_decoder();
                 vorn_kernel_ctx k = host.kctx();
                 const Code a(bits, 0), b(bits, 1);
                 clear_raised();

@@ -300,27 +300,6 @@ TEST(DynpCompare, AllRowsOfLengthOneInSixteenBits) {
     EXPECT_EQ(vorn_length_consumed_dynp_maxwidth2[0], 8u);
 }
 
-TEST(DynpCompare, SelectiveRowsWithinOneSelectorByte) {
-    for (unsigned bytes : {2u, 4u, 8u}) {
-        std::mt19937_64 rng(bytes);
-        std::vector<DynpRow> rows(40);
-        for (auto &r : rows) r = random_dynp_row(rng, bytes);
-        rows[10].value = rows[11].value = 0x01ull << (8 * bytes - 8);
-        rows[10].selector = rows[11].selector = 0;
-        auto col = dynp_column(rows, bytes);
-        std::vector<ub8> aux = {ub8{1} << 10 | ub8{1} << 11};
-        TestHost host;
-        vorn_kernel_ctx k = host.kctx();
-        k.bv_aux = aux.data();
-        k.flags = VORN_CTX_SELECTIVE;
-        const DynpLiteral lit(rows[10].value, bytes, 0);
-        Result res(40);
-        EXPECT_EQ(kernel(VORN_DISPATCH_INDEX(dynp_kernel_group(bytes), VORN_OP_EQ, 0)).cmp(&res.vec, &col->vec, lit.ptrs, &k), 0u);
-        EXPECT_EQ(res.bv[0], aux[0]) << bytes;
-        EXPECT_EQ(res.vec.num_ones, 2u);
-    }
-}
-
 // The first row of a selector byte is in its top bits, and a lane is the
 // row's stored bytes left-aligned: checked on rows worked out by hand.
 TEST(DynpTables, RowsWorkedOutByHand) {

@@ -28,9 +28,7 @@ struct Layout {
 
 const Layout kLayouts[] = {{8, 1}, {16, 2}, {32, 4}, {32, 3}, {64, 8}, {64, 7}, {64, 6}, {64, 5}};
 
-ub4 index_of(unsigned bits, unsigned op, bool tz) {
-    return VORN_DISPATCH_INDEX(VORN_KERNEL_GROUP(VORN_WIDTH_CODE(bits), VORN_ENC_FIXED), op, tz);
-}
+ub4 index_of(unsigned bits, unsigned op, bool tz) { return kernel_index(bits, VORN_ENC_FIXED, op, tz); }
 
 std::string name_of(unsigned bits, unsigned op, bool tz) {
     return std::string("vorn_") + compare_name(op) + "_fixed_" + std::to_string(bits) + "bit" + (tz ? "_tz" : "");
@@ -143,28 +141,6 @@ TEST(FixedCompare, EveryKernelAgreesWithTheModel) {
             for (bool tz : {false, true})
                 for (ub4 n : row_counts(l))
                     for (Mode mode : kModes) check_random(l, op, tz, n, mode, rng);
-}
-
-TEST(FixedCompare, LiteralsAtTheExtremes) {
-    std::mt19937_64 rng(102);
-    TestHost host;
-    for (const Layout &l : kLayouts) {
-        const std::vector<ub8> edges = {0, 1, l.top() - 1, l.top(), l.top() + 1, l.max() - 1, l.max()};
-        std::vector<ub8> values;
-        for (int rep = 0; rep < 40; ++rep) values.insert(values.end(), edges.begin(), edges.end());
-        auto col = column_of(l, values);
-        const std::vector<unsigned> no_tz(values.size());
-        for (unsigned op = 0; op < 10; ++op)
-            for (ub8 av : edges)
-                for (ub8 bv : {ub8{0}, l.top(), l.max()}) {
-                    SCOPED_TRACE(describe(l, op, false, values.size()) + " a " + std::to_string(av) + " b " + std::to_string(bv));
-                    const Literal a(l, av, 0, ~ub8{0}), b(l, bv, 0, ~ub8{0});
-                    vorn_kernel_ctx k = host.kctx();
-                    Result res(values.size());
-                    const ub8 code = call(l.bits, op, false, res, *col, a, b, &k);
-                    EXPECT_TRUE(matches(res, restrict_rows(model(l, op, false, values, no_tz, a, b), nullptr, nullptr), code));
-                }
-    }
 }
 
 // The column in memory of exactly its size plus the lane - elem bytes that
@@ -335,12 +311,6 @@ TEST(FixedTz, ConstantTzIsTheWholeByteAtData2) {
     }
 }
 
-// A decoder that fails, so that the kernel's name shows in both strings.
-ub8 failing_decoder(const vorn_lomp_ctx *, const ub1 *, ub1 *out, ub4 *, ub4 capacity) {
-    std::memset(out, 0, capacity);
-    return 24;
-}
-
 TEST(FixedTz, SelectiveKernelsCarryTheirOwnName) {
     for (unsigned bits : {16u, 32u, 64u}) {
         const Layout l{bits, bits / 8};
@@ -351,7 +321,7 @@ TEST(FixedTz, SelectiveKernelsCarryTheirOwnName) {
                 attach_tz_stream(*col, l, std::vector<unsigned>(n, 0));
                 col->compress_by_copy();
                 TestHost host;
-                host.decoder = failing_decoder;
+                host.use_failing_decoder();
                 const std::vector<ub8> aux(2, 0x00000000000f0f0full);
                 vorn_kernel_ctx k = host.kctx();
                 k.bv_aux = aux.data();

@@ -32,20 +32,24 @@ struct Expect {
     ub8 len;
 };
 
-// A column of seeds: one value for all rows, or one per row.
-struct SeedColumn {
+// A column of native values: ub8 seeds (one for all rows, or one per row),
+// or ub4 codes of a code array.
+template <class T, ub4 kFlags>
+struct NativeColumn {
     vorn_enc_ctx enc{};
     vorn_vec vec{};
-    std::vector<ub8> values;
-    SeedColumn(std::vector<ub8> v, ub4 flags = VORN_ALIGNED) : values(std::move(v)) {
+    std::vector<T> values;
+    explicit NativeColumn(std::vector<T> v, ub4 flags = kFlags) : values(std::move(v)) {
         enc.flags = flags;
-        enc.bit_width = 64;
+        enc.bit_width = 8 * sizeof(T);
         vec.enc_ctx = &enc;
         vec.data = values.data();
         vec.size = static_cast<ub4>(values.size());
     }
-    ub8 seed_of(ub8 row) const { return values.size() == 1 ? values[0] : values[row]; }
+    T seed_of(ub8 row) const { return values.size() == 1 ? values[0] : values[row]; }
 };
+using SeedColumn = NativeColumn<ub8, VORN_ALIGNED>;
+using CodeArray = NativeColumn<ub4, VORN_CODE_ARRAY>;
 
 constexpr ub8 kGuard = 0x6b6b6b6b6b6b6b6bull;
 
@@ -153,11 +157,11 @@ Dictionary random_dictionary(std::mt19937_64 &rng, ub4 count, bool variable) {
     return Dictionary::variable(rng, lengths);
 }
 
-const ub4 kPackedWidths[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 24, 32, 64};
+const ub4 kHashedWidths[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 24, 32, 64};
 
 TEST(Hash, PackedCodesEveryWidthBothDictionaries) {
     std::mt19937_64 rng(12);
-    for (ub4 w : kPackedWidths) {
+    for (ub4 w : kHashedWidths) {
         for (int variable = 0; variable < 2; ++variable) {
             for (ub8 n : {ub8{0}, ub8{1}, ub8{45}, ub8{200}}) {
                 const ub4 count = static_cast<ub4>(w >= 6 ? 50 : ub8{1} << w);
@@ -174,20 +178,6 @@ TEST(Hash, PackedCodesEveryWidthBothDictionaries) {
         }
     }
 }
-
-// A column of native ub4 codes.
-struct CodeArray {
-    vorn_enc_ctx enc{};
-    vorn_vec vec{};
-    std::vector<ub4> codes;
-    explicit CodeArray(std::vector<ub4> c) : codes(std::move(c)) {
-        enc.flags = VORN_CODE_ARRAY;
-        enc.bit_width = 32;
-        vec.enc_ctx = &enc;
-        vec.data = codes.data();
-        vec.size = static_cast<ub4>(codes.size());
-    }
-};
 
 TEST(Hash, CodeArrayBothDictionaries) {
     std::mt19937_64 rng(13);
@@ -227,7 +217,7 @@ TEST(Hash, DictionaryLengthRules) {
         CodeArray col({0, 1, 2, 3, 4, 0});
         dict.attach(col.enc);
         std::vector<Expect> rows;
-        for (ub4 c : col.codes) rows.push_back(dict.symbols[c]);
+        for (ub4 c : col.values) rows.push_back(dict.symbols[c]);
         EXPECT_EQ(rows[0].len, 0u);
         EXPECT_EQ(rows[2].len, 1u);
         EXPECT_EQ(rows[4].len, 70000u - 65536u);

@@ -89,23 +89,6 @@ TEST(LookupAndCompare, OperationSevenMatchesNothing) {
     EXPECT_EQ(res.vec.num_ones, 0u);
 }
 
-TEST(LookupAndCompare, NothingLeftSetsZeroAndReturnsZero) {
-    std::vector<ub4> x = {1, 2}, y = {1, 2};
-    vorn_vec src{};
-    src.data = x.data();
-    src.size = 2;
-    const ub4 *second = y.data();
-    const ub1 form = 0, *form_ptr = &form;
-    TestHost host;
-    vorn_kernel_ctx k = host.kctx();
-    k.row_pos = 2;
-    Result res(2, 0);
-    res.vec.num_ones = 5;
-    EXPECT_EQ(ctx().vorn_lookup_and_compare_dydi(&res.vec, &src, &second, nullptr, nullptr, &form_ptr, &k), 0u);
-    EXPECT_EQ(res.vec.num_ones, 0u);
-    EXPECT_EQ(res.bv[0], 0u);
-}
-
 TEST(LookupAndCompare, ANullTableInItsCellIsNoTable) {
     std::vector<ub4> x = {1, 2}, y = {1, 3};
     vorn_vec src{};

@@ -111,56 +111,30 @@ TEST(PlanarPip, CountsAsTheModelOnRandomRings) {
     }
 }
 
-TEST(PlanarPip, EmptyAndSingleVertexStoreZero) {
-    EXPECT_EQ(kernel_count(Ring{}, 0, 0), 0u);
-    EXPECT_EQ(kernel_count(Ring{{1.0}, {1.0}}, 0, 0.5), 0u);
-    EXPECT_EQ(kernel_count(Ring{{1.0}, {1.0}}, 0, 1.0), 0u);
-}
-
-// n = 3 takes the ring path alone: a whole triangle.
-TEST(PlanarPip, TriangleIsAClosedRing) {
-    const Ring tri{{0, 4, 0}, {0, 0, 4}};
-    EXPECT_EQ(kernel_count(tri, 1, 1), 1u);
-    EXPECT_EQ(kernel_count(tri, -1, 1), 2u);
-    EXPECT_EQ(kernel_count(tri, 5, 1), 0u);
-    // The vertex at the ray's height counts as below it.
-    EXPECT_EQ(kernel_count(tri, -1, 0), 2u);
-    EXPECT_EQ(kernel_count(tri, -1, 4), 0u);
-}
-
-// Even n: the edge (n-1, 0) is never taken and (n-2, n-1) is taken both
-// ways.
-TEST(PlanarPip, EvenRingsWalkTheLastEdgeTwiceAndNeverClose) {
-    const Ring square{{0, 1, 1, 0}, {0, 0, 1, 1}};
-    EXPECT_EQ(kernel_count(square, -1, 0.5), 1u);   // (1,2) only: (3,0) is not taken
-    EXPECT_EQ(kernel_count(square, 0.5, 0.5), 1u);
-    const Ring quad{{0, 2, 2, 0}, {0, 0, 2, 1}};
-    EXPECT_EQ(kernel_count(quad, -1, 1.5), 3u);     // (1,2) once, (2,3) twice
-    EXPECT_EQ(kernel_count(quad, 1.5, 1.5), 1u);    // (1,2) only: (2,3) crosses left of the point
-}
-
-// Six vertices: pairs (0,1) to (3,4), then the ring of vertices 4 and 5.
-TEST(PlanarPip, HexagonPairsThenTheRestAsARing) {
-    const Ring hex{{2, 4, 4, 2, 0, 0}, {0, 1, 3, 4, 3, 1}};
-    // Point left of everything at height 2: edges (1,2) and (4,5) cross;
-    // (4,5) is the ring of the rest, walked both ways.
-    EXPECT_EQ(kernel_count(hex, -1, 2), 3u);
-    EXPECT_EQ(kernel_count(hex, 2, 2), 1u);
-}
-
-// The ring path's comparison is strict: a point on a vertical edge of the
-// rest does not count that edge.
-TEST(PlanarPip, PointOnAVerticalEdgeOfTheRingPath) {
-    const Ring tri{{0, 4, 4}, {0, 0, 4}};
-    EXPECT_EQ(kernel_count(tri, 4, 2), 0u);
-    EXPECT_EQ(kernel_count(tri, 3.999, 2), 1u);
-}
-
-TEST(PlanarPip, NaNComparesFalse) {
+// The two paths by hand.  Fewer than two vertices store zero.  n = 3 takes
+// the ring path alone, and a vertex at the ray's height counts as below it.
+// An even n never takes the edge (n-1, 0) and takes (n-2, n-1) both ways.
+// Six vertices take the pairs (0,1) to (3,4), then the ring of vertices 4
+// and 5, walked both ways.  The ring path's comparison is strict: a point
+// on a vertical edge of the rest does not count it.  NaN compares false.
+TEST(PlanarPip, ThePathsByHand) {
     const double nan = std::numeric_limits<double>::quiet_NaN();
-    const Ring tri{{0, 4, 0}, {0, 0, 4}};
-    EXPECT_EQ(kernel_count(tri, nan, 1), 0u);
-    EXPECT_EQ(kernel_count(tri, 1, nan), 0u);
+    const Ring none{}, one{{1.0}, {1.0}}, tri{{0, 4, 0}, {0, 0, 4}}, right{{0, 4, 4}, {0, 0, 4}};
+    const Ring square{{0, 1, 1, 0}, {0, 0, 1, 1}}, quad{{0, 2, 2, 0}, {0, 0, 2, 1}};
+    const Ring hex{{2, 4, 4, 2, 0, 0}, {0, 1, 3, 4, 3, 1}};
+    const struct {
+        const Ring &ring;
+        double x, y;
+        ub4 count;
+    } cases[] = {
+        {none, 0, 0, 0},      {one, 0, 0.5, 0},        {one, 0, 1, 0},       {tri, 1, 1, 1},
+        {tri, -1, 1, 2},      {tri, 5, 1, 0},          {tri, -1, 0, 2},      {tri, -1, 4, 0},
+        {square, -1, 0.5, 1}, {square, 0.5, 0.5, 1},   {quad, -1, 1.5, 3},   {quad, 1.5, 1.5, 1},
+        {hex, -1, 2, 3},      {hex, 2, 2, 1},          {right, 4, 2, 0},     {right, 3.999, 2, 1},
+        {tri, nan, 1, 0},     {tri, 1, nan, 0},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(kernel_count(c.ring, c.x, c.y), c.count) << c.ring.size() << " vertices, point " << c.x << ", " << c.y;
     const Ring holed{{0, 4, nan, 0, 4, 4}, {0, 0, 4, 4, 4, 0}};
     EXPECT_EQ(kernel_count(holed, 1, 1), model(holed, 1, 1));
 }

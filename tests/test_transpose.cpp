@@ -262,36 +262,45 @@ TEST(TransposeConvert, ARowThatJustFitsTakesTheLastByte) {
     }
 }
 
-// A call that goes on from row 1 takes the last offset behind the cursor.
-TEST(TransposeConvert, LaterCallsContinueTheOffsets) {
-    std::mt19937_64 rng(915);
-    const Table t = random_table(rng, 30, 2);
-    auto s = reference_store(t, VORN_STORE_OFFSETS, 64);
+// A random two-column table in a store of block 0 and the context of the
+// convert calls on it.
+struct ConvertCase {
+    Table t;
+    std::unique_ptr<VarStore> s;
     TestHost host;
     vorn_kernel_ctx k = host.kctx();
-    const sb4 block = 0;
+    ConvertCase(ub8 seed, ub4 rows, ub4 flags) {
+        std::mt19937_64 rng(seed);
+        t = random_table(rng, rows, 2);
+        s = reference_store(t, flags, 64);
+    }
+    ub8 convert(ub4 first, ub4 last) {
+        return ctx().vorn_transpose_convert_dydi(&s->tspec, s->ref_table_ptrs.data(), 0, 0, first, last, &k);
+    }
+};
+
+// A call that goes on from row 1 takes the last offset behind the cursor.
+TEST(TransposeConvert, LaterCallsContinueTheOffsets) {
+    ConvertCase c(915, 30, VORN_STORE_OFFSETS);
     for (ub4 first : {0u, 1u, 11u}) {
         const ub4 last = first == 0 ? 0 : first == 1 ? 10 : 29;
-        ASSERT_EQ(ctx().vorn_transpose_convert_dydi(&s->tspec, s->ref_table_ptrs.data(), block, 0, first, last, &k), 0u);
-        EXPECT_EQ(k.row_pos, last + 1);
+        ASSERT_EQ(c.convert(first, last), 0u);
+        EXPECT_EQ(c.k.row_pos, last + 1);
     }
-    const StoreModel want = store_model(t, VORN_STORE_OFFSETS);
-    EXPECT_TRUE(read_block(*s, want).offsets == want.offsets);
+    const StoreModel want = store_model(c.t, VORN_STORE_OFFSETS);
+    EXPECT_TRUE(read_block(*c.s, want).offsets == want.offsets);
 }
 
 // Every transpose refuses the stores and layouts it has no loop for, and
 // writes nothing then.
 TEST(Transpose, EmptyRangesAndRefusals) {
-    std::mt19937_64 rng(916);
-    const Table t = random_table(rng, 4, 2);
-    auto s = reference_store(t, VORN_STORE_REFS, 64);
-    TestHost host;
-    vorn_kernel_ctx k = host.kctx();
-    EXPECT_EQ(ctx().vorn_transpose_convert_dydi(&s->tspec, s->ref_table_ptrs.data(), 0, 0, 3, 2, &k), 0u);
-    EXPECT_EQ(k.row_pos, 3u);
+    ConvertCase c(916, 4, VORN_STORE_REFS);
+    auto &s = c.s;
+    EXPECT_EQ(c.convert(3, 2), 0u);
+    EXPECT_EQ(c.k.row_pos, 3u);
     EXPECT_EQ(s->data_cursors[0], s->data[0].data());
     s->tspec.flags = VORN_STORE_FIXED | VORN_STORE_ONE_COL;
-    EXPECT_EQ(ctx().vorn_transpose_convert_dydi(&s->tspec, s->ref_table_ptrs.data(), 0, 0, 0, 3, &k), 2u);
+    EXPECT_EQ(c.convert(0, 3), 2u);
     EXPECT_EQ(s->data_cursors[0], s->data[0].data());
 
     // An empty source writes no reference; an offset store or a packed

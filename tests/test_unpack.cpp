@@ -16,11 +16,9 @@ namespace {
 
 using namespace vorntest;
 
-const unsigned kWidths[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 24, 32};
+constexpr const auto &kWidths = kPackedWidths;
 
-ub4 unpack_index(unsigned w) {
-    return VORN_DISPATCH_INDEX(VORN_KERNEL_GROUP(VORN_WIDTH_CODE(w), VORN_ENC_DICT), VORN_OP_DECODE_UNPACK, 0);
-}
+ub4 unpack_index(unsigned w) { return kernel_index(w, VORN_ENC_DICT, VORN_OP_DECODE_UNPACK); }
 
 std::string kernel_name(unsigned w) { return "vorn_decode_unpack_dict_" + std::to_string(w) + "bit"; }
 
@@ -77,8 +75,6 @@ Source make_source(std::mt19937_64 &rng, unsigned w, Layout layout, bool compres
     if (compressed) compress_column(*s.col);  // a real stream, for the library's decoder
     return s;
 }
-
-
 
 // ---- The model ---------------------------------------------------------------
 
@@ -332,36 +328,11 @@ TEST(Unpack, RowPosMovedBackBeforeTheRecordedRun) {
     }
 }
 
-TEST(Unpack, RunsOfLengthZeroInsideAStretch) {
-    TestHost host;
-    for (unsigned w : {5u, 12u, 20u}) {
-        RunColumn c({1, 2, 3, 4, 5, 6}, {2, 0, 0, 3, 0, 1}, w);
-        for (ub4 start = 0; start < 6; ++start) {
-            vorn_kernel_ctx k = host.kctx();
-            k.row_pos = start;
-            Out out(6, element_bytes(w, false));
-            const Got g = call(k, c.src, out, w);
-            expect_output(out, g, c.src.rows, start, "start " + std::to_string(start));
-            EXPECT_EQ(k.row_pos, 6u);
-        }
-    }
-}
-
 // A list of rows on a run-length column fills at most the room of each
 // call and goes on where the last call stopped, inside a run or not.
 TEST(Unpack, ListedRowsOfRunsStopAtTheRoomAndResume) {
     std::mt19937_64 rng(29);
     TestHost host;
-    {
-        // Two runs of 5 and 6 rows, rows 5..9 listed, room for 2.
-        for (unsigned w : kWidths) {
-            RunColumn c({0, 1}, {5, 6}, w);
-            const Selection sel{Sel::list, {}, {5, 6, 7, 8, 9}};
-            const std::vector<ub8> want(5, 1);
-            const auto got = unpack_in_pieces(host, c.src, sel, w, false, [](int) { return 2u; }, true);
-            ASSERT_EQ(got, want) << kernel_name(w);
-        }
-    }
     for (unsigned w : kWidths) {
         for (Layout layout : {Layout::rle8, Layout::rle16}) {
             const bool wide = w <= 16 && rng() % 2;
@@ -489,55 +460,28 @@ struct RunCase {
     }
 };
 
-TEST(RunExpansion, FillsEachRunWithItsValueIntoASeparateArray) {
+// Into a separate array at every offset from a 16-byte boundary, and in
+// place as the unpacking decoders use them: the values stand at the end of
+// the output and are expanded from the front.  Nothing behind the rows is
+// written.
+TEST(RunExpansion, FillsEachRunWithItsValueApartAndInPlace) {
     std::mt19937_64 rng(25);
     for (const Expansion &x : kExpansions) {
-        for (int trial = 0; trial < 300; ++trial) {
-            const RunCase c(rng, x, 20, false);
-            std::vector<ub1> value_bytes(c.values.size() * x.esize);
-            for (std::size_t r = 0; r < c.values.size(); ++r) put(value_bytes.data() + r * x.esize, x.esize, c.values[r]);
-            // The output at every offset from a 16-byte boundary.
-            const ub4 shift = static_cast<ub4>(rng() % 16) / x.esize;
-            std::vector<ub1> buffer((c.want.size() + shift + 16) * x.esize + 16, 0xc3);
+        for (int trial = 0; trial < 600; ++trial) {
+            const bool in_place = trial & 1;
+            const RunCase c(rng, x, in_place ? 30 : 20, in_place);
+            const std::size_t rows = c.want.size(), runs = c.values.size();
+            const ub4 shift = in_place ? 0 : static_cast<ub4>(rng() % 16) / x.esize;
+            std::vector<ub1> buffer((rows + shift + 16) * x.esize + 16, 0xc3), apart(runs * x.esize);
             ub1 *out = buffer.data() + shift * x.esize;
-            c.expand(x, out, value_bytes.data());
-            for (std::size_t i = 0; i < c.want.size(); ++i)
+            ub1 *codes = in_place ? out + (rows - runs) * x.esize : apart.data();
+            for (std::size_t r = 0; r < runs; ++r) put(codes + r * x.esize, x.esize, c.values[r]);
+            c.expand(x, out, codes);
+            for (std::size_t i = 0; i < rows; ++i)
                 ASSERT_EQ(get(out + i * x.esize, x.esize), c.want[i]) << x.name << " element " << i;
-            for (std::size_t i = c.want.size() * x.esize; out + i < buffer.data() + buffer.size(); ++i)
+            for (std::size_t i = rows * x.esize; out + i < buffer.data() + buffer.size(); ++i)
                 ASSERT_EQ(out[i], 0xc3) << x.name << " wrote behind its rows";
         }
-    }
-}
-
-// As the unpacking decoders use them: the values stand at the end of the
-// output and are expanded from the front.
-TEST(RunExpansion, InPlaceFromTheFront) {
-    std::mt19937_64 rng(26);
-    for (const Expansion &x : kExpansions) {
-        for (int trial = 0; trial < 300; ++trial) {
-            const RunCase c(rng, x, 30, true);
-            const std::size_t rows = c.want.size(), runs = c.values.size();
-            std::vector<ub1> buffer(rows * x.esize + 16, 0x3c);
-            ub1 *codes = buffer.data() + (rows - runs) * x.esize;
-            for (std::size_t r = 0; r < runs; ++r) put(codes + r * x.esize, x.esize, c.values[r]);
-            c.expand(x, buffer.data(), codes);
-            for (std::size_t i = 0; i < rows; ++i)
-                ASSERT_EQ(get(buffer.data() + i * x.esize, x.esize), c.want[i]) << x.name << " element " << i;
-        }
-    }
-}
-
-TEST(RunExpansion, OneRunFillsFirstLengthLessTrim) {
-    for (const Expansion &x : kExpansions) {
-        std::vector<ub1> buffer(64 * 4, 0);
-        ub1 value[4] = {7, 0, 0, 0};
-        const std::vector<ub1> lens(2, 200);  // not read for a single run
-        vorn_vec res{}, src{};
-        res.data = buffer.data();
-        src.data = value;
-        src.size = 1;
-        x.fn(&res, &src, lens.data(), 40, 15);
-        for (ub4 i = 0; i < 64; ++i) ASSERT_EQ(get(buffer.data() + i * x.esize, x.esize), i < 25 ? 7u : 0u) << x.name;
     }
 }
 

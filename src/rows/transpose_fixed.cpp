@@ -24,6 +24,7 @@
 #include "frame/entries.h"
 #include "frame/fail.h"
 #include "rows/gather_loops.h"
+#include "rows/transpose_rows.h"
 
 namespace vorn::rows {
 namespace {
@@ -115,8 +116,7 @@ VORN_NOINLINE ub8 scatter_fixed(const vorn_transpose_spec *spec, const vorn_vec 
 VORN_NOINLINE ub8 copy_fixed(const vorn_transpose_spec *spec, const vorn_vec *src, ub4 col, sb4 block, ub8 len) {
     const Target t(spec, col, block, fixed_loop_name(0));
     const ub1 *s = bytes_of(src->data);
-    const ub8 n = src->size;
-    for (ub8 i = 0; i < n; ++i) fast_copy(t.dst + i * t.stride, s + i * len, len);
+    write_rows(t.dst, t.stride, src->size, [&](ub1 *row, ub8 i) { fast_copy(row, s + i * len, len); });
     return 0;
 }
 
@@ -128,8 +128,7 @@ VORN_NOINLINE ub8 dictionary_values(const vorn_transpose_spec *spec, const vorn_
                    sizeof(T) == 4 ? "vorn_transpose_fixed_gd" : "vorn_transpose_fixed_unpacked_dict");
     const ub4 *codes = static_cast<const ub4 *>(src->data);
     const T *values = static_cast<const T *>(src->enc_ctx->code_values);
-    const ub8 n = src->size;
-    for (ub8 i = 0; i < n; ++i) store<T>(t.dst + i * t.stride, values[codes[i]]);
+    write_rows(t.dst, t.stride, src->size, [&](ub1 *row, ub8 i) { store<T>(row, values[codes[i]]); });
     return 0;
 }
 
@@ -139,9 +138,9 @@ VORN_NOINLINE ub8 dictionary_values(const vorn_transpose_spec *spec, const vorn_
 extern "C" ub8 vorn_transpose_fixed_dydi(const vorn_transpose_spec *spec, vorn_vec *src, ub4 col, sb4 block,
                                          vorn_kernel_ctx *) {
     using namespace vorn::rows;
-    if (!(spec->flags & VORN_STORE_FIXED)) return kNotServed;
+    const ub4 flags = transposed_flags(spec, src, VORN_STORE_FIXED);
+    if (flags == 0) return kNotServed;
     const ub8 len = spec->col_lens[col];
-    const ub4 flags = src->enc_ctx->flags;
     if ((flags & VORN_CODE_ARRAY) && (flags & VORN_CODE_VALUES)) {
         if (len == 4) return dictionary_values<ub4>(spec, src, col, block);
         if (len == 8) return dictionary_values<ub8>(spec, src, col, block);

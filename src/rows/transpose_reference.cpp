@@ -10,6 +10,7 @@
 #include "frame/entries.h"
 #include "predicate/value_layouts.h"
 #include "rows/gather_loops.h"
+#include "rows/transpose_rows.h"
 
 namespace vorn::rows {
 namespace {
@@ -24,26 +25,20 @@ struct FixedValues {
 template <class Values>
 VORN_NOINLINE void write_references(ub1 *table, ub8 per_row, ub4 col, const vorn_vec *src) {
     Values values(src);
-    ub1 *ref = table + 10 * ub8{col};
-    const ub8 step = 10 * per_row;
-    const ub4 n = src->size;
-    for (ub4 i = 0; i < n; ++i, ref += step) {
+    write_rows(table + 10 * ub8{col}, 10 * per_row, src->size, [&](ub1 *ref, ub8 i) {
         const layout::Value v = values.next(i);
         store<ub2>(ref, static_cast<ub2>(v.len));
         store<ub8>(ref + 2, reinterpret_cast<ub8>(v.p));
-    }
+    });
 }
 
 // A VORN_LEN_PTR row already is the reference.
 VORN_NOINLINE void copy_references(ub1 *table, ub8 per_row, ub4 col, const vorn_vec *src) {
     const ub1 *from = bytes_of(src->data);
-    ub1 *ref = table + 10 * ub8{col};
-    const ub8 step = 10 * per_row;
-    const ub4 n = src->size;
-    for (ub4 i = 0; i < n; ++i, ref += step, from += 10) {
-        store<ub8>(ref, load<ub8>(from));
-        store<ub2>(ref + 8, load<ub2>(from + 8));
-    }
+    write_rows(table + 10 * ub8{col}, 10 * per_row, src->size, [&](ub1 *ref, ub8 i) {
+        store<ub8>(ref, load<ub8>(from + 10 * i));
+        store<ub2>(ref + 8, load<ub2>(from + 10 * i + 8));
+    });
 }
 
 }  // namespace
@@ -52,11 +47,11 @@ VORN_NOINLINE void copy_references(ub1 *table, ub8 per_row, ub4 col, const vorn_
 extern "C" ub8 vorn_transpose_reference_dydi(const vorn_transpose_spec *spec, vorn_vec *src, ub4 col, sb4 block,
                                              vorn_kernel_ctx *) {
     using namespace vorn::rows;
-    if (!(spec->flags & VORN_STORE_REFS)) return kNotServed;
+    const ub4 flags = transposed_flags(spec, src, VORN_STORE_REFS);
+    if (flags == 0) return kNotServed;
     ub1 *table = block < 0 ? nullptr : spec->ref_tables[block];
     const ub8 per_row = spec->num_cols;
     col &= 0xffff;
-    const ub4 flags = src->enc_ctx->flags;
     if (flags & VORN_FIXED) return write_references<FixedValues>(table, per_row, col, src), 0;
     if (flags & VORN_LV_SEP) return write_references<vorn::layout::LvSep>(table, per_row, col, src), 0;
     if (flags & VORN_LV) return write_references<vorn::layout::Lv>(table, per_row, col, src), 0;

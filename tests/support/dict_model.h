@@ -12,9 +12,7 @@ namespace vorntest::dict {
 
 inline ub8 top_code(unsigned w) { return w == 64 ? ~ub8{0} : (ub8{1} << w) - 1; }
 
-inline ub4 dict_index(unsigned w, unsigned op, bool null) {
-    return VORN_DISPATCH_INDEX(VORN_KERNEL_GROUP(VORN_WIDTH_CODE(w), VORN_ENC_DICT), op, null);
-}
+inline ub4 dict_index(unsigned w, unsigned op, bool null) { return kernel_index(w, VORN_ENC_DICT, op, null); }
 
 // True when the table holds the width's kernels (all twenty or none).
 inline bool served(unsigned w) {

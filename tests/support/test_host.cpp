@@ -34,6 +34,13 @@ static ub8 copying_decode(const vorn_lomp_ctx *, const ub1 *stream, ub1 *out, ub
 
 void TestHost::use_copying_decoder() { decoder = copying_decode; }
 
+static ub8 failing_decode(const vorn_lomp_ctx *, const ub1 *, ub1 *out, ub4 *, ub4 capacity) {
+    std::memset(out, 0, capacity);
+    return 24;
+}
+
+void TestHost::use_failing_decoder() { decoder = failing_decode; }
+
 unsigned rle_expand_calls = 0;
 
 ub8 scalar_rle_expand(vorn_host_services *, vorn_vec *res, vorn_vec *src, vorn_kernel_ctx *runs) {

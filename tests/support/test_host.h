@@ -23,6 +23,14 @@ using vornhost::Bytes;
 const vorn_specialized_ctx &ctx();
 const vorn_kernel &kernel(ub4 index);
 
+// The widths of the packed dictionary kernels.
+inline constexpr unsigned kPackedWidths[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 24, 32};
+// A kernel's dispatch index: the group of `width` in `encoding`, `op`, and
+// the second form (_null, _tz) when `second` is set.
+inline ub4 kernel_index(unsigned width, ub4 encoding, unsigned op, bool second = false) {
+    return VORN_DISPATCH_INDEX(VORN_KERNEL_GROUP(VORN_WIDTH_CODE(width), encoding), op, second);
+}
+
 // ---- vornhost_raise_internal -----------------------------------------------
 struct Raise {
     void *env;
@@ -41,6 +49,9 @@ struct TestHost : vornhost::HostServices {
     // "compressed" stream is then the plain stream, which is all a kernel
     // that only calls the slot may care about.
     void use_copying_decoder();
+    // Makes lomp_decode zero the output and fail with 24: a kernel goes on
+    // with zero values and raises under its own name.
+    void use_failing_decoder();
 };
 
 // rle_expand of the test host: the library's burst kernel for the source's

@@ -200,39 +200,74 @@ public:
     }
 
 private:
+    // What an encoding record says of a vector column: flags, element
+    // type and dimension.
+    struct Shape {
+        ub4 flags;
+        ub1 elem_type;
+        ub4 vec_dim;
+    };
+
+    // The source and result records of one call on a chunk of rows; the
+    // call sets their shapes and data.
+    struct ChunkRecords {
+        vorn_enc_ctx src_enc{}, res_enc{};
+        vorn_vec src{}, res{};
+        explicit ChunkRecords(ub8 n) {
+            src.enc_ctx = &src_enc;
+            src.size = static_cast<ub4>(n);
+            res.enc_ctx = &res_enc;
+        }
+        void shape(Shape from, Shape to) {
+            set(src_enc, from);
+            set(res_enc, to);
+        }
+        static void set(vorn_enc_ctx &e, Shape s) {
+            e.flags = s.flags;
+            e.elem_type = s.elem_type;
+            e.vec_dim = s.vec_dim;
+        }
+    };
+
+    ub4 chunks() const { return static_cast<ub4>((e_.rows + kChunk - 1) / kChunk); }
+
+    // call(worker, records, first row, rows) on every chunk, on the threads;
+    // `rows` sums what the calls that returned 0 report done.
+    template <class Call>
+    double by_chunks(ub8 &rows, Call call) {
+        std::vector<ub4> done(chunks());
+        const double seconds = scan_.for_units(chunks(), [&](Worker &w, ub4 u) {
+            const ub8 first = ub8{u} * kChunk, n = std::min<ub8>(e_.rows - first, kChunk);
+            ChunkRecords r(n);
+            done[u] = call(w, r, first, n) == 0 ? r.res.num_ones : 0;
+        });
+        rows = 0;
+        for (ub4 d : done) rows += d;
+        return seconds;
+    }
+
     // The texts into floats and norms, chunk by chunk on the threads.
     void parse() {
         Outcome o;
         o.title = "Q10 parse embeddings";
         o.question = commas(e_.rows) + " texts of " + std::to_string(kDim) + " numbers, " + commas(e_.text.size()) +
                      " bytes, into float vectors with their norms";
-        const ub4 units = static_cast<ub4>((e_.rows + kChunk - 1) / kChunk);
         floats_.assign(e_.rows * kDim, 0);
         norms_.assign(e_.rows, 0);
-        std::vector<ub4> parsed(units);
-        o.library_seconds = scan_.for_units(units, [&](Worker &w, ub4 u) {
-            const ub8 first = ub8{u} * kChunk, n = std::min<ub8>(e_.rows - first, kChunk);
-            vorn_enc_ctx src_enc{}, res_enc{};
-            src_enc.flags = VORN_PTR_LEN;
-            res_enc.elem_type = VORN_VTYPE_FLOAT;
-            res_enc.vec_dim = kDim;
-            res_enc.flags = VORN_NATIVE_FP;
-            vorn_vec src{}, res{};
-            src.enc_ctx = &src_enc;
-            src.data = e_.ptrs.data() + first;
-            src.data2 = e_.lens.data() + first;
-            src.size = static_cast<ub4>(n);
-            res.enc_ctx = &res_enc;
-            res.data = floats_.data() + first * kDim;
+        ub8 rows = 0;
+        o.library_seconds = by_chunks(rows, [&](Worker &w, ChunkRecords &r, ub8 first, ub8 n) {
+            r.shape({VORN_PTR_LEN, 0, 0}, {VORN_NATIVE_FP, VORN_VTYPE_FLOAT, kDim});
+            r.src.data = e_.ptrs.data() + first;
+            r.src.data2 = e_.lens.data() + first;
+            r.res.data = floats_.data() + first * kDim;
             double *norms = norms_.data() + first;
-            const ub8 code = scan_.slot(w, "vorn_vector_parse_dydi", n, [&] {
-                return scan_.ctx().vorn_vector_parse_dydi(&res, &norms, &src, nullptr, nullptr);
+            return scan_.slot(w, "vorn_vector_parse_dydi", n, [&] {
+                return scan_.ctx().vorn_vector_parse_dydi(&r.res, &norms, &r.src, nullptr, nullptr);
             });
-            parsed[u] = code == 0 ? res.num_ones : 0;
         });
         std::vector<float> model(e_.rows * kDim);
         std::vector<double> model_norms(e_.rows);
-        o.scalar_seconds = scan_.for_units(units, [&](Worker &, ub4 u) {
+        o.scalar_seconds = scan_.for_units(chunks(), [&](Worker &, ub4 u) {
             for (ub8 r = ub8{u} * kChunk, end = std::min<ub8>(e_.rows, r + kChunk); r < end; ++r) {
                 const char *p = reinterpret_cast<const char *>(e_.ptrs[r]) + 1;
                 double sum = 0;
@@ -246,8 +281,6 @@ private:
                 model_norms[r] = std::sqrt(sum);
             }
         });
-        ub8 rows = 0;
-        for (ub4 p : parsed) rows += p;
         o.rows = static_cast<double>(e_.rows);
         o.ok = rows == e_.rows && model == floats_;
         for (ub8 r = 0; o.ok && r < e_.rows; ++r)
@@ -266,34 +299,20 @@ private:
         Outcome o;
         o.title = "Q10 int8 copy";
         o.question = "the float vectors converted to int8, rounded half away from zero";
-        const ub4 units = static_cast<ub4>((e_.rows + kChunk - 1) / kChunk);
         int8_.assign(e_.rows * kDim, 0);
-        std::vector<ub4> done(units);
-        o.library_seconds = scan_.for_units(units, [&](Worker &w, ub4 u) {
-            const ub8 first = ub8{u} * kChunk, n = std::min<ub8>(e_.rows - first, kChunk);
-            vorn_enc_ctx src_enc{}, res_enc{};
-            src_enc.flags = VORN_NATIVE_FP;
-            src_enc.elem_type = VORN_VTYPE_FLOAT;
-            src_enc.vec_dim = kDim;
-            res_enc.elem_type = VORN_VTYPE_INT8;
-            res_enc.vec_dim = kDim;
-            vorn_vec src{}, res{};
-            src.enc_ctx = &src_enc;
-            src.data = floats_.data() + first * kDim;
-            src.size = static_cast<ub4>(n);
-            res.enc_ctx = &res_enc;
-            res.data = int8_.data() + first * kDim;
-            const ub8 code = scan_.slot(w, "vorn_vector_convert_fp_dydi", n, [&] {
-                return scan_.ctx().vorn_vector_convert_fp_dydi(&res, nullptr, &src, nullptr, nullptr);
+        ub8 rows = 0;
+        o.library_seconds = by_chunks(rows, [&](Worker &w, ChunkRecords &r, ub8 first, ub8 n) {
+            r.shape({VORN_NATIVE_FP, VORN_VTYPE_FLOAT, kDim}, {0, VORN_VTYPE_INT8, kDim});
+            r.src.data = floats_.data() + first * kDim;
+            r.res.data = int8_.data() + first * kDim;
+            return scan_.slot(w, "vorn_vector_convert_fp_dydi", n, [&] {
+                return scan_.ctx().vorn_vector_convert_fp_dydi(&r.res, nullptr, &r.src, nullptr, nullptr);
             });
-            done[u] = code == 0 ? res.num_ones : 0;
         });
         std::vector<signed char> model(int8_.size());
         o.scalar_seconds = timed_once([&] {
             for (std::size_t i = 0; i < model.size(); ++i) model[i] = static_cast<signed char>(std::round(floats_[i]));
         });
-        ub8 rows = 0;
-        for (ub4 d : done) rows += d;
         o.rows = static_cast<double>(e_.rows);
         o.ok = rows == e_.rows && model == int8_;
         if (!o.ok) o.mismatch = "an int8 element differs from the rounded float";
