@@ -14,6 +14,9 @@
 
 #include "kv/kv_bucket_add.h"
 
+// Lambdas of the row loop are inlined whatever their size.
+#define VORN_LAMBDA_INLINE __attribute__((always_inline))
+
 namespace vorn::kv {
 
 // ---- Ops ------------------------------------------------------------------------
@@ -146,21 +149,24 @@ ub8 probe_rows(const vorn_kv *kv, ub8 rows, const ProbeIo &io_arg, ub8 *row_reac
     ub8 skip = ctx->byte_pos;
     ub8 matches = 0, links = 0;
 
-    auto hash_of = [&](ub8 r) -> ub8 {
+    auto hash_of = [&](ub8 r) VORN_LAMBDA_INLINE -> ub8 {
         return Hash32 ? load<ub4>(static_cast<const ub4 *>(io.hashes) + r) : load<ub8>(static_cast<const ub8 *>(io.hashes) + r);
     };
-    auto identity = [&](ub8 r) -> ub8 {
+    auto identity = [&](ub8 r) VORN_LAMBDA_INLINE -> ub8 {
         if constexpr (O.ident == kIdentPayload) return io.payload[r];
         return io.base_rid + r;
     };
-    auto value_at = [&](const ub1 *b, ub4 e) -> ub8 {
+    auto value_at = [&](const ub1 *b, ub4 e) VORN_LAMBDA_INLINE -> ub8 {
         if constexpr (VB == 4) return load<ub4>(b + D.value_offset(L, e));
         else if constexpr (VB == 8) return load<ub8>(b + D.value_offset(L, e));
         else return 0;
     };
 
-    // One row; false when the output filled before its chain ended.
-    auto probe_row = [&](ub8 r, const ub1 *b) -> bool {
+    // One row; false when the output filled before its chain ended.  It is
+    // forced inline: as a call, the output position, the totals and the
+    // skip count would go through memory on every row, and each row's
+    // stores would have to be forwarded to the next row's loads.
+    auto probe_row = [&](ub8 r, const ub1 *b) VORN_LAMBDA_INLINE -> bool {
         const ub8 h = hash_of(r);
         ub1 key[16] = {};
         if constexpr (Key == kProbeTag) store_low<KB>(key, hash_tag<KB, Hash32>(h));
@@ -280,7 +286,7 @@ ub8 probe_rows(const vorn_kv *kv, ub8 rows, const ProbeIo &io_arg, ub8 *row_reac
     // when its lines have arrived, and their buckets prefetched.
     constexpr ub4 kSets = kProbeBatchesAhead + 1;
     const ub1 *bucket[kSets][kBatch];
-    auto route = [&](ub8 first, ub4 set) {
+    auto route = [&](ub8 first, ub4 set) VORN_LAMBDA_INLINE {
         const ub1 *hashes_ahead = static_cast<const ub1 *>(io.hashes) + first * (Hash32 ? 4 : 8) + kInputAhead;
         prefetch_read(hashes_ahead);
         if constexpr (!Hash32) prefetch_read(hashes_ahead + 64);
@@ -290,7 +296,7 @@ ub8 probe_rows(const vorn_kv *kv, ub8 rows, const ProbeIo &io_arg, ub8 *row_reac
             prefetch_read(bucket[set][j]);
         }
     };
-    auto prefetch_links = [&](ub4 set) {
+    auto prefetch_links = [&](ub4 set) VORN_LAMBDA_INLINE {
         for (ub4 j = 0; j < kBatch; ++j)
             if (const ub1 *nb = next_bucket<Kind, L>(kv, bucket[set][j])) prefetch_read(nb);
     };
