@@ -14,6 +14,9 @@
 // probe (mode 0), against absl's build and find: tuples (build + probe
 // rows) per second on one core.
 //
+// The tables and absl's map are on advised 2 MiB pages (kv_host_table.h),
+// as a host maps a join table this large.
+//
 // Sizes: VORN_BENCH_KV_BUILD_ROWS and VORN_BENCH_KV_PROBE_ROWS (default 16M
 // and 64M; about 3 GiB in all with the absl map) for a smaller machine.
 #include <cstdlib>
