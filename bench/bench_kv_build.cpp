@@ -6,14 +6,14 @@
 // Groups: k4v4 tags of a 64-bit hash column (hash64_values_hash) and k8v4
 // 8-byte fixed keys (staged in place into fixed_hash64), idx and ptr links,
 // 1M and 16M rows.  Values are row numbers (autorid).  Table pages are
-// allocated and cleared outside the timed region of each iteration.
-#include <sys/mman.h>
-
+// allocated and cleared outside the timed region of each iteration; the
+// table and absl's map are both on advised huge pages (kv_host_table.h).
 #include <cstdlib>
 #include <memory>
 
 #include "kv/kv_build.h"
 #include "support/bench_support.h"
+#include "support/kv_host_table.h"
 
 #if VORN_HAVE_ABSL
 #include "absl/container/flat_hash_map.h"
@@ -22,64 +22,6 @@
 namespace {
 
 using namespace vornbench;
-
-// Table memory as a host of large tables takes it: 2 MiB aligned and
-// advised for transparent huge pages, so that a random bucket access is a
-// cache miss and not also a page walk.
-ub1 *table_arena(ub8 bytes) {
-    constexpr ub8 kHuge = ub8{2} << 20;
-    bytes = (bytes + kHuge - 1) & ~(kHuge - 1);
-    void *p = std::aligned_alloc(kHuge, bytes);
-    madvise(p, bytes, MADV_HUGEPAGE);
-    return static_cast<ub1 *>(p);
-}
-
-// A table whose pages come from two fixed arenas: region 0 mapped whole,
-// overflow units handed out in order.
-struct BenchTable {
-    vorn_kv kv{};
-    std::vector<ub1 *> pages0, pages1;
-    ub1 *arena0 = nullptr, *arena1 = nullptr;
-    ub8 bytes0 = 0, bytes1 = 0, next1 = 0;
-
-    BenchTable(ub4 kind, ub4 form, bool ptr, ub8 rows) {
-        kv.flags = VORN_KV_FLAGS(kind, form);
-        ctx().vorn_layout_kv_dydi(rows, rows, &kv.flags, &kv, 0, 0, 1u << 30, 50, ptr ? 1 : 0);
-        const vorn_kv_region &r0 = kv.regions[0];
-        const ub8 page0 = ub8{64} << r0.page_bits;
-        bytes0 = page0 * r0.page_count;
-        arena0 = table_arena(bytes0);
-        for (ub8 p = 0; p < r0.page_count; ++p) pages0.push_back(arena0 + p * page0);
-        kv.regions[0].pages = pages0.data();
-        kv.regions[0].mapped = r0.page_count;
-        const ub8 page1 = ub8{64} << kv.regions[1].page_bits;
-        const ub8 count1 = kv.regions[1].page_count + 1;
-        bytes1 = page1 * count1;
-        arena1 = table_arena(bytes1);
-        for (ub8 p = 0; p < count1; ++p) pages1.push_back(arena1 + p * page1);
-        kv.regions[1].pages = pages1.data();
-        kv.regions[1].mapped = static_cast<ub4>(count1);
-        current() = this;
-    }
-    ~BenchTable() {
-        std::free(arena0);
-        std::free(arena1);
-    }
-    void clear() {
-        std::memset(arena0, 0, bytes0);
-        std::memset(arena1, 0, bytes1);
-        next1 = 0;
-    }
-    static BenchTable *&current() {
-        static BenchTable *t = nullptr;
-        return t;
-    }
-    static ub8 grow(vorn_kv_region *, ub8 units, ub8 *id, ...) {
-        *id = current()->next1;
-        current()->next1 += units;
-        return 0;
-    }
-};
 
 struct Data {
     std::vector<ub8> hashes;  // also the 8-byte keys' hashes
@@ -118,7 +60,7 @@ enum Source { kTags, kFixedKeys };
 
 void build_kernel(benchmark::State &state, Source source, bool ptr, ub8 n) {
     Data &d = data(n);
-    BenchTable t(source == kTags ? VORN_KV_K4V4 : VORN_KV_K8V4, source == kTags ? 0 : 3, ptr, n);
+    HostTable t(source == kTags ? VORN_KV_K4V4 : VORN_KV_K8V4, source == kTags ? 0 : 3, ptr, n);
     for (auto _ : state) {
         state.PauseTiming();
         t.clear();
@@ -127,7 +69,7 @@ void build_kernel(benchmark::State &state, Source source, bool ptr, ub8 n) {
         ub8 status[2];
         const ub8 code = ctx().vorn_create_add_kv_dydi(&t.kv, &d.hash_vec, &d.val_vec,
                                                        source == kTags ? nullptr : &d.key_vec, -1, &kctx,
-                                                       BenchTable::grow, status);
+                                                       HostTable::grow, status);
         if (code != 0 || kctx.row_pos != n) state.SkipWithError("build failed");
     }
     set_rates(state, static_cast<double>(n), static_cast<double>(n) * (source == kTags ? 8 : 16));
@@ -135,15 +77,15 @@ void build_kernel(benchmark::State &state, Source source, bool ptr, ub8 n) {
 
 // The same loop, instantiated here without the batch prefetch.
 template <ub4 Kind, vorn::kv::Link L, class In>
-void run_plain(BenchTable &t, const In &in, ub8 n) {
+void run_plain(HostTable &t, const In &in, ub8 n) {
     ub8 pos = 0, status[2];
-    vorn::kv::add_rows<Kind, L, In, false>(&t.kv, nullptr, n, in, &pos, BenchTable::grow, status);
+    vorn::kv::add_rows<Kind, L, In, false>(&t.kv, nullptr, n, in, &pos, HostTable::grow, status);
 }
 
 void build_plain(benchmark::State &state, Source source, bool ptr, ub8 n) {
     using namespace vorn::kv;
     Data &d = data(n);
-    BenchTable t(source == kTags ? VORN_KV_K4V4 : VORN_KV_K8V4, source == kTags ? 0 : 3, ptr, n);
+    HostTable t(source == kTags ? VORN_KV_K4V4 : VORN_KV_K8V4, source == kTags ? 0 : 3, ptr, n);
     const ArrayInput<false, kTag, kAutorid, 4, 0> tags{d.hashes.data(), nullptr, nullptr, 0};
     const ArrayInput<false, kBytes, kAutorid, 4, 8> fixed{d.hashes.data(),
                                                           reinterpret_cast<const ub1 *>(d.keys.data()), nullptr, 0};
@@ -180,8 +122,10 @@ void build_absl(benchmark::State &state, Source source, bool, ub8 n) {
     Data &d = data(n);
     for (auto _ : state) {
         state.PauseTiming();
-        absl::flat_hash_map<ub8, ub4, Precomputed> tags;
-        absl::flat_hash_map<KeyAndHash, ub4, ByHash> fixed;
+        absl::flat_hash_map<ub8, ub4, Precomputed, std::equal_to<ub8>, HugePageAllocator<std::pair<const ub8, ub4>>> tags;
+        absl::flat_hash_map<KeyAndHash, ub4, ByHash, std::equal_to<KeyAndHash>,
+                            HugePageAllocator<std::pair<const KeyAndHash, ub4>>>
+            fixed;
         if (source == kTags) tags.reserve(n);
         else fixed.reserve(n);
         state.ResumeTiming();

@@ -14,6 +14,9 @@
 // probe (mode 0), against absl's build and find: tuples (build + probe
 // rows) per second on one core.
 //
+// The tables and absl's map are on advised 2 MiB pages (kv_host_table.h),
+// as a host maps a join table this large.
+//
 // Sizes: VORN_BENCH_KV_BUILD_ROWS and VORN_BENCH_KV_PROBE_ROWS (default 16M
 // and 64M; about 3 GiB in all with the absl map) for a smaller machine.
 #include <cstdlib>
@@ -21,6 +24,7 @@
 
 #include "kv/kv_probe.h"
 #include "support/bench_support.h"
+#include "support/kv_host_table.h"
 
 #if VORN_HAVE_ABSL
 #include "absl/container/flat_hash_map.h"
@@ -43,84 +47,32 @@ ub8 hash_of(ub4 key) {
     return h ^ (h >> 29);
 }
 
-void *zeroed(ub8 bytes) {
-    void *p = std::aligned_alloc(64, (bytes + 63) & ~ub8{63});
-    std::memset(p, 0, bytes);
-    return p;
+// Adds the build rows through the entry, with the table's own link.
+void build(HostTable &t, const std::vector<ub4> &keys, const std::vector<ub8> &hashes) {
+    HostTable::current() = &t;
+    vorn_enc_ctx he{}, ke{}, ve{};
+    he.flags = VORN_ALIGNED;
+    he.width_code = 22;
+    ke.flags = VORN_FIXED;
+    ke.bit_width = 32;
+    ve.flags = VORN_AUTORID;
+    vorn_vec hv{}, kvec{}, vv{};
+    hv.data = const_cast<ub8 *>(hashes.data());
+    hv.size = static_cast<ub4>(keys.size());
+    hv.enc_ctx = &he;
+    kvec.data = const_cast<ub4 *>(keys.data());
+    kvec.size = hv.size;
+    kvec.enc_ctx = &ke;
+    vv.enc_ctx = &ve;
+    vorn_kernel_ctx kctx{};
+    ub8 status[2];
+    ctx().vorn_create_add_kv_dydi(&t.kv, &hv, &vv, &kvec, -1, &kctx, HostTable::grow, status);
 }
-
-// A host table: region 0 mapped whole, overflow buckets handed out in
-// order from one arena.
-struct Table {
-    vorn_kv kv{};
-    std::vector<ub1 *> pages0, pages1;
-    ub1 *arena0 = nullptr, *arena1 = nullptr;
-    ub8 bytes0 = 0, bytes1 = 0, next1 = 0;
-    static Table *&current() {
-        static Table *t = nullptr;
-        return t;
-    }
-    static ub8 grow(vorn_kv_region *, ub8 units, ub8 *id, ...) {
-        *id = current()->next1;
-        current()->next1 += units;
-        return 0;
-    }
-    // fill_min_units: from how many overflow buckets a table is linked by
-    // address and probed with prefetch.
-    explicit Table(bool ptr, ub4 fill_min_units = 1u << 30) {
-        kv.flags = VORN_KV_FLAGS(VORN_KV_K4V4, VORN_KV_FORM_KEYS);
-        ctx().vorn_layout_kv_dydi(kBuild, kBuild, &kv.flags, &kv, 0, 0, fill_min_units, 50, ptr ? 1 : 0);
-        const vorn_kv_region &r0 = kv.regions[0];
-        const ub8 page0 = ub8{64} << r0.page_bits;
-        bytes0 = page0 * r0.page_count;
-        arena0 = static_cast<ub1 *>(zeroed(bytes0));
-        for (ub8 p = 0; p < r0.page_count; ++p) pages0.push_back(arena0 + p * page0);
-        kv.regions[0].pages = pages0.data();
-        kv.regions[0].mapped = r0.page_count;
-        const ub8 page1 = ub8{64} << kv.regions[1].page_bits;
-        const ub8 count1 = kv.regions[1].page_count + 1;
-        bytes1 = page1 * count1;
-        arena1 = static_cast<ub1 *>(zeroed(bytes1));
-        for (ub8 p = 0; p < count1; ++p) pages1.push_back(arena1 + p * page1);
-        kv.regions[1].pages = pages1.data();
-        kv.regions[1].mapped = static_cast<ub4>(count1);
-    }
-    ~Table() {
-        std::free(arena0);
-        std::free(arena1);
-    }
-    // Empties the table for another build, as a host hands out zeroed pages.
-    void clear() {
-        std::memset(arena0, 0, bytes0);
-        std::memset(arena1, 0, next1 * 64);
-        next1 = 0;
-    }
-    void build(const std::vector<ub4> &keys, const std::vector<ub8> &hashes) {
-        current() = this;
-        vorn_enc_ctx he{}, ke{}, ve{};
-        he.flags = VORN_ALIGNED;
-        he.width_code = 22;
-        ke.flags = VORN_FIXED;
-        ke.bit_width = 32;
-        ve.flags = VORN_AUTORID;
-        vorn_vec hv{}, kvec{}, vv{};
-        hv.data = const_cast<ub8 *>(hashes.data());
-        hv.size = static_cast<ub4>(keys.size());
-        hv.enc_ctx = &he;
-        kvec.data = const_cast<ub4 *>(keys.data());
-        kvec.size = hv.size;
-        kvec.enc_ctx = &ke;
-        vv.enc_ctx = &ve;
-        vorn_kernel_ctx kctx{};
-        ub8 status[2];
-        ctx().vorn_create_add_kv_dydi(&kv, &hv, &vv, &kvec, -1, &kctx, grow, status);
-    }
-};
 
 struct Data {
     std::vector<ub4> build_keys, probe_keys;
     std::vector<ub8> build_hashes, probe_hashes;
-    std::unique_ptr<Table> idx, ptr;
+    std::unique_ptr<HostTable> idx, ptr;
     Data() {
         for (ub8 i = 0; i < kBuild; ++i) {
             build_keys.push_back(static_cast<ub4>(rng()() & 0x7fffffff));
@@ -130,10 +82,10 @@ struct Data {
             probe_keys.push_back((i & 1) ? build_keys[rng()() % kBuild] : static_cast<ub4>(rng()() | 0x80000000u));
             probe_hashes.push_back(hash_of(probe_keys.back()));
         }
-        idx = std::make_unique<Table>(false);
-        idx->build(build_keys, build_hashes);
-        ptr = std::make_unique<Table>(true);
-        ptr->build(build_keys, build_hashes);
+        idx = std::make_unique<HostTable>(VORN_KV_K4V4, VORN_KV_FORM_KEYS, false, kBuild);
+        build(*idx, build_keys, build_hashes);
+        ptr = std::make_unique<HostTable>(VORN_KV_K4V4, VORN_KV_FORM_KEYS, true, kBuild);
+        build(*ptr, build_keys, build_hashes);
     }
     // The table of a link: ptr and ptr_prefetch are one table, the flag set
     // or cleared before the run.
@@ -239,7 +191,7 @@ struct Precomputed {
 struct KeyEq {
     bool operator()(const Key &a, const Key &b) const { return a.first == b.first; }
 };
-using Map = absl::flat_hash_map<Key, ub4, Precomputed, KeyEq>;
+using Map = absl::flat_hash_map<Key, ub4, Precomputed, KeyEq, HugePageAllocator<std::pair<const Key, ub4>>>;
 
 void absl_build(Map &m) {
     Data &d = data();
@@ -302,11 +254,11 @@ void join_absl(benchmark::State &state) {
 void join_kernel(benchmark::State &state) {
     Data &d = data();
     Outputs o;
-    Table t(false, 1u << 20);
+    HostTable t(VORN_KV_K4V4, VORN_KV_FORM_KEYS, false, kBuild, 1u << 20);
     ub8 total = 0;
     for (auto _ : state) {
         t.clear();
-        t.build(d.build_keys, d.build_hashes);
+        build(t, d.build_keys, d.build_hashes);
         total = probe_entry(t.kv, 0, o);
     }
     benchmark::DoNotOptimize(total);

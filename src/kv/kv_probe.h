@@ -14,6 +14,9 @@
 
 #include "kv/kv_bucket_add.h"
 
+// Lambdas of the row loop are inlined whatever their size.
+#define VORN_LAMBDA_INLINE __attribute__((always_inline))
+
 namespace vorn::kv {
 
 // ---- Ops ------------------------------------------------------------------------
@@ -117,11 +120,14 @@ struct ProbeIo {
     ub8 bv_base;
 };
 
+// Batches whose bucket lines are in flight ahead of the batch being probed.
+inline constexpr ub4 kProbeBatchesAhead = 2;
+
 // Rows *row_reached to rows - 1.  Returns 0, or 15 when the output is full
 // with *row_reached the row that did not finish.  *out_count is the output
 // position (the total of a count op).
 template <ub4 Kind, Link L, bool Prefetch, bool Hash32, ProbeKey Key, ub4 OpId>
-ub8 probe_rows(const vorn_kv *kv, ub8 rows, const ProbeIo &io, ub8 *row_reached, ub8 *out_count,
+ub8 probe_rows(const vorn_kv *kv, ub8 rows, const ProbeIo &io_arg, ub8 *row_reached, ub8 *out_count,
                vorn_kernel_ctx *ctx, ub8 *stats) {
     constexpr BucketKind D = kBucketKinds[Kind];
     constexpr ProbeOp O = probe_op_traits(OpId);
@@ -134,27 +140,33 @@ ub8 probe_rows(const vorn_kv *kv, ub8 rows, const ProbeIo &io, ub8 *row_reached,
     // k4 counts compare four keys at once.
     constexpr bool kWideCount = O.count && !O.segbv && !O.mutkv && !O.distinct && KB == 4 && Key == kProbeSlot;
 
+    // A local copy: the output stores cannot alias it, so the capacity and
+    // the array addresses stay in registers.
+    const ProbeIo io = io_arg;
     const BucketAddress address(kv, nullptr);
     ub8 row = *row_reached;
     ub8 n = *out_count;
     ub8 skip = ctx->byte_pos;
     ub8 matches = 0, links = 0;
 
-    auto hash_of = [&](ub8 r) -> ub8 {
+    auto hash_of = [&](ub8 r) VORN_LAMBDA_INLINE -> ub8 {
         return Hash32 ? load<ub4>(static_cast<const ub4 *>(io.hashes) + r) : load<ub8>(static_cast<const ub8 *>(io.hashes) + r);
     };
-    auto identity = [&](ub8 r) -> ub8 {
+    auto identity = [&](ub8 r) VORN_LAMBDA_INLINE -> ub8 {
         if constexpr (O.ident == kIdentPayload) return io.payload[r];
         return io.base_rid + r;
     };
-    auto value_at = [&](const ub1 *b, ub4 e) -> ub8 {
+    auto value_at = [&](const ub1 *b, ub4 e) VORN_LAMBDA_INLINE -> ub8 {
         if constexpr (VB == 4) return load<ub4>(b + D.value_offset(L, e));
         else if constexpr (VB == 8) return load<ub8>(b + D.value_offset(L, e));
         else return 0;
     };
 
-    // One row; false when the output filled before its chain ended.
-    auto probe_row = [&](ub8 r, const ub1 *b) -> bool {
+    // One row; false when the output filled before its chain ended.  It is
+    // forced inline: as a call, the output position, the totals and the
+    // skip count would go through memory on every row, and each row's
+    // stores would have to be forwarded to the next row's loads.
+    auto probe_row = [&](ub8 r, const ub1 *b) VORN_LAMBDA_INLINE -> bool {
         const ub8 h = hash_of(r);
         ub1 key[16] = {};
         if constexpr (Key == kProbeTag) store_low<KB>(key, hash_tag<KB, Hash32>(h));
@@ -265,20 +277,41 @@ ub8 probe_rows(const vorn_kv *kv, ub8 rows, const ProbeIo &io, ub8 *row_reached,
         if (!probe_row(row, address(hash_of(row)))) return finish(15);
         ++row;
     }
-    const ub1 *bucket[kBatch];
-    for (; row + kBatch <= rows; row += kBatch) {
-        prefetch_read(static_cast<const ub1 *>(io.hashes) + row * (Hash32 ? 4 : 8) + kInputAhead);
-        if constexpr (Key == kProbeSlot) prefetch_read(io.keys + row * KB + kInputAhead);
+    // Batches of 16: a batch's bucket lines are prefetched two batches
+    // before its rows are probed (a ring of three batches of addresses), so
+    // that the misses of one batch are in flight while the two before it
+    // are compared; waiting for a batch's own lines right after prefetching
+    // them would expose one memory latency per batch.  With the link
+    // prefetch, the first links of a batch are read a batch before it runs,
+    // when its lines have arrived, and their buckets prefetched.
+    constexpr ub4 kSets = kProbeBatchesAhead + 1;
+    const ub1 *bucket[kSets][kBatch];
+    auto route = [&](ub8 first, ub4 set) VORN_LAMBDA_INLINE {
+        const ub1 *hashes_ahead = static_cast<const ub1 *>(io.hashes) + first * (Hash32 ? 4 : 8) + kInputAhead;
+        prefetch_read(hashes_ahead);
+        if constexpr (!Hash32) prefetch_read(hashes_ahead + 64);
+        if constexpr (Key == kProbeSlot) prefetch_read(io.keys + first * KB + kInputAhead);
         for (ub4 j = 0; j < kBatch; ++j) {
-            bucket[j] = address(hash_of(row + j));
-            prefetch_read(bucket[j]);
+            bucket[set][j] = address(hash_of(first + j));
+            prefetch_read(bucket[set][j]);
         }
+    };
+    auto prefetch_links = [&](ub4 set) VORN_LAMBDA_INLINE {
+        for (ub4 j = 0; j < kBatch; ++j)
+            if (const ub1 *nb = next_bucket<Kind, L>(kv, bucket[set][j])) prefetch_read(nb);
+    };
+    for (ub4 a = 0; a < kProbeBatchesAhead && row + (a + 1) * kBatch <= rows; ++a) route(row + a * kBatch, a);
+    if constexpr (Prefetch) {
+        if (row + kBatch <= rows) prefetch_links(0);
+    }
+    for (ub4 set = 0; row + kBatch <= rows; row += kBatch, set = set + 1 == kSets ? 0 : set + 1) {
+        const ub8 ahead = row + kProbeBatchesAhead * kBatch;
+        if (ahead + kBatch <= rows) route(ahead, (set + kProbeBatchesAhead) % kSets);
         if constexpr (Prefetch) {
-            for (ub4 j = 0; j < kBatch; ++j)
-                if (const ub1 *nb = next_bucket<Kind, L>(kv, bucket[j])) prefetch_read(nb);
+            if (row + 2 * kBatch <= rows) prefetch_links(set + 1 == kSets ? 0 : set + 1);
         }
         for (ub4 j = 0; j < kBatch; ++j)
-            if (!probe_row(row + j, bucket[j])) return finish(15);
+            if (!probe_row(row + j, bucket[set][j])) return finish(15);
     }
     for (; row < rows; ++row)
         if (!probe_row(row, address(hash_of(row)))) return finish(15);
