@@ -2,7 +2,8 @@
 // of the table (the shuffle-and-mask kernels, width 1, and the whole-byte
 // widths 8, 16, 32, 64, whose codes and literals are big-endian numbers of
 // their bytes), on a column of 64 KiB
-// (in cache) and of 256 MiB (out of every cache).  Random bytes are a column
+// (in cache) and of 256 MiB (out of every cache, on transparent huge pages
+// as a column store maps a column that large).  Random bytes are a column
 // of uniform random codes at any width, so one buffer of each size serves
 // all widths; its row count is bytes * 8 / w.
 //

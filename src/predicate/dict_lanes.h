@@ -32,6 +32,13 @@
 // cost; eq with literal 0 equals nothing; only ne needs a second compare,
 // with zero.  The rows come out as "code != 0 and the compare" gives them.
 //
+// Where the codes are whole bytes in their lanes (width 24) the shuffle's
+// zeros clear all but the code, and no AND runs.  Blocks of 32-bit lanes go
+// two at a time, one result word, one store and one count for 64 rows.
+// The loops leave reading ahead to the hardware: software prefetches 640 and
+// 704 bytes ahead of each block measured 3 to 30 per cent slower on a column
+// far out of cache, and no faster in cache.
+//
 // The last whole block is compared from a copy on the stack: its vectors
 // would otherwise read up to 15 bytes behind it, and nothing is read behind
 // the last whole block.  The rows behind it go one by one by the reference
@@ -284,12 +291,6 @@ public:
         return _mm_popcnt_u64(w);
     }
 
-    // The column is read ahead of the block at p by these distances.
-    static VORN_INLINE void prefetch(const ub1 *p) {
-        _mm_prefetch(reinterpret_cast<const char *>(p + 640), _MM_HINT_T0);
-        _mm_prefetch(reinterpret_cast<const char *>(p + 704), _MM_HINT_T0);
-    }
-
     // All n rows: whole blocks, the clearing behind them, the tail.  A copy
     // on the stack, which no store to out can alias, keeps the lane vectors
     // in registers through the loop.
@@ -307,13 +308,10 @@ public:
             ub8 b = 1;
             if constexpr (S::kLaneBits == 32) {
                 for (; b + 1 < blocks; b += 2, p += 2 * S::kBlockBytes, o += 2 * S::kOutBytes) {
-                    prefetch(p);
-                    prefetch(p + S::kBlockBytes);
                     count += block_pair(p, o);
                 }
             }
             for (; b < blocks; ++b, p += S::kBlockBytes, o += S::kOutBytes) {
-                prefetch(p);
                 count += block(p, o);
             }
             alignas(16) ub1 last[S::kBlockBytes + 16] = {};

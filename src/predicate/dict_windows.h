@@ -6,7 +6,9 @@
 // code lives in 16-bit lanes, eight to a vector, where 32-bit lanes would
 // hold only four.  Code j starts at bit r = (j * w) & 7 of byte
 // b = (j * w) >> 3 and may reach byte b + 2.  A lane is built from two byte
-// windows of the one load, in one of two ways:
+// windows, in one of two ways; the window of byte b + 2 is taken from a
+// second load one byte on, which costs less than copying the first (a
+// shuffle overwrites its operand) and leaves the loop no register moves:
 //
 //   equality   (shuffle(x, A) & mA) | (shuffle(x, B) & mB): bytes b and
 //              b + 1 in the low and high byte, and the code's bits of byte
@@ -27,8 +29,10 @@
 //              other lanes (dict_lanes.h).  The multipliers stand in for
 //              the per-lane shift that this processor level lacks.
 //
-// Blocks are 64 rows, 8w bytes, one 64-bit result word; the last whole block
-// and a last half block of 32 rows are compared from a copy, and the rows
+// Blocks are 64 rows, 8w bytes, one 64-bit result word, with no software
+// read-ahead (as for the other lanes: it measured slower out of cache).
+// The last whole block and a last half block of 32 rows are compared from
+// a copy (with 16 bytes to spare for the second loads), and the rows
 // behind them go by the reference read.
 // The tables are computed by the compiler from the rule above.
 #pragma once
@@ -213,8 +217,6 @@ public:
         const ub1 *p = stream;
         if (blocks) {
             for (ub8 b = 1; b < blocks; ++b, p += kBlockBytes) {
-                _mm_prefetch(reinterpret_cast<const char *>(p + 640), _MM_HINT_T0);
-                _mm_prefetch(reinterpret_cast<const char *>(p + 704), _MM_HINT_T0);
                 const ub8 w = block(p);
                 store(out + b - 1, w);
                 count += _mm_popcnt_u64(w);
