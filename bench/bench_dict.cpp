@@ -2,7 +2,8 @@
 // of the table (the shuffle-and-mask kernels, width 1, and the whole-byte
 // widths 8, 16, 32, 64, whose codes and literals are big-endian numbers of
 // their bytes), on a column of 64 KiB
-// (in cache) and of 256 MiB (out of every cache).  Random bytes are a column
+// (in cache) and of 256 MiB (out of every cache, on transparent huge pages
+// as a column store maps a column that large).  Random bytes are a column
 // of uniform random codes at any width, so one buffer of each size serves
 // all widths; its row count is bytes * 8 / w.
 //
@@ -22,7 +23,9 @@
 //                bits); the floor against which the width-1 rows are read
 //   bandwidth    a streaming read of the column's bytes
 #include <nmmintrin.h>
+#include <sys/mman.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -37,15 +40,28 @@ constexpr unsigned kWidths[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 1
 
 constexpr bool whole_bytes(unsigned w) { return w == 8 || w == 16 || w == 32 || w == 64; }
 
+// Column and result memory as a column store holds a large column: 2 MiB
+// aligned and advised for transparent huge pages, so that the scan pays
+// for lines from memory and not also for a page walk every 4 KiB.  Small
+// buffers come from the heap as they are.
 struct Buffer {
-    std::vector<ub8> words;
+    struct Free {
+        void operator()(ub8 *p) const { std::free(p); }
+    };
+    std::unique_ptr<ub8[], Free> words;
     std::size_t bytes;
-    explicit Buffer(std::size_t n, bool random) : words((n + 64) / 8 + 1), bytes(n) {
-        if (random)
-            for (auto &w : words) w = rng()();
+    explicit Buffer(std::size_t n, bool random) : bytes(n) {
+        constexpr std::size_t kHuge = std::size_t{2} << 20;
+        const std::size_t count = (n + 64) / 8 + 1;
+        std::size_t size = count * 8;
+        const bool huge = size >= kHuge;
+        if (huge) size = (size + kHuge - 1) & ~(kHuge - 1);
+        words.reset(static_cast<ub8 *>(std::aligned_alloc(huge ? kHuge : 64, (size + 63) & ~std::size_t{63})));
+        if (huge) madvise(words.get(), size, MADV_HUGEPAGE);
+        for (std::size_t i = 0; i < count; ++i) words[i] = random ? rng()() : 0;
     }
-    const ub1 *data() const { return reinterpret_cast<const ub1 *>(words.data()); }
-    ub8 *bits() { return words.data(); }
+    const ub1 *data() const { return reinterpret_cast<const ub1 *>(words.get()); }
+    ub8 *bits() { return words.get(); }
 };
 
 // The column bytes and a result vector big enough for width 1, per size.

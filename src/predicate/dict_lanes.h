@@ -32,6 +32,13 @@
 // cost; eq with literal 0 equals nothing; only ne needs a second compare,
 // with zero.  The rows come out as "code != 0 and the compare" gives them.
 //
+// Where the codes are whole bytes in their lanes (width 24) the shuffle's
+// zeros clear all but the code, and no AND runs.  Blocks of 32-bit lanes go
+// two at a time, one result word, one store and one count for 64 rows.
+// The loops leave reading ahead to the hardware: software prefetches 640 and
+// 704 bytes ahead of each block measured 3 to 30 per cent slower on a column
+// far out of cache, and no faster in cache.
+//
 // The last whole block is compared from a copy on the stack: its vectors
 // would otherwise read up to 15 bytes behind it, and nothing is read behind
 // the last whole block.  The rows behind it go one by one by the reference
@@ -72,6 +79,16 @@ struct Shape {
         return false;
     }
     static constexpr bool kReachesTop = reaches_top();
+    // The AND keeps a lane's code bits; it does nothing where every lane
+    // byte the shuffle fills is all code (the codes are whole bytes in
+    // their lanes, as at width 24): the shuffle's zeros already clear the
+    // rest.
+    static constexpr bool needs_and() {
+        for (ub4 j = 0; j < 2 * kLanes * (kLaneBits / 8); ++j)
+            if (vorn_shuffle_masks[W - 1][j] != 0x80 && vorn_and_masks[W - 1][j] != 0xff) return true;
+        return false;
+    }
+    static constexpr bool kNeedsAnd = needs_and();
 
     static_assert(kLaneBits != 8 || W == 2 || W == 4, "8-bit lanes serve widths 2 and 4");
     static_assert(kBlockBytes * 8 == kRows * W, "a block is whole bytes");
@@ -203,7 +220,8 @@ public:
 
     // The lanes of one vector that pass the lane test: all ones or zeros.
     VORN_INLINE __m128i lanes(__m128i v, ub4 h) const {
-        const __m128i x = _mm_and_si128(_mm_shuffle_epi8(v, shuffle_[h]), mask_[h]);
+        const __m128i y = _mm_shuffle_epi8(v, shuffle_[h]);
+        const __m128i x = S::kNeedsAnd ? _mm_and_si128(y, mask_[h]) : y;
         if constexpr (kTest == LaneTest::equal) return Ops::eq(x, literal_[h]);
         if constexpr (kTest == LaneTest::equal_or_zero)
             return _mm_or_si128(Ops::eq(x, literal_[h]), Ops::eq(x, _mm_setzero_si128()));
@@ -214,9 +232,7 @@ public:
     // One block at p: its bits stored at o, in row order; returns their count.
     VORN_INLINE ub8 block(const ub1 *p, ub1 *o) const {
         __m128i m[8];
-        [&]<ub4... K>(std::integer_sequence<ub4, K...>) {
-            ((m[K] = lanes(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p + S::offset(K))), K % H)), ...);
-        }(std::make_integer_sequence<ub4, 8>{});
+        block_lanes(p, m);
         auto bits = [](__m128i v) { return static_cast<ub8>(static_cast<ub4>(_mm_movemask_epi8(v))); };
         if constexpr (S::kLaneBits == 8) {
             ub8 w0 = bits(m[0]) | bits(m[1]) << 16 | bits(m[2]) << 32 | bits(m[3]) << 48;
@@ -232,24 +248,47 @@ public:
             store(o, w);
             return _mm_popcnt_u64(w);
         } else {
-            ub4 w;
-            if constexpr (kTest == LaneTest::interval) {
-                // The range forms: the first 16 rows by packing (two
-                // rounds) and one byte mask, the other 16 by the float sign
-                // masks of their four vectors, which spares the shuffle unit
-                // half the packs.  The other forms are faster all packed.
-                const __m128i lo = _mm_packs_epi16(_mm_packs_epi32(m[0], m[1]), _mm_packs_epi32(m[2], m[3]));
-                auto quad = [](__m128i v) { return static_cast<ub4>(_mm_movemask_ps(_mm_castsi128_ps(v))); };
-                w = static_cast<ub4>(bits(lo)) | (quad(m[4]) | quad(m[5]) << 4 | quad(m[6]) << 8 | quad(m[7]) << 12) << 16;
-            } else {
-                const __m128i lo = _mm_packs_epi16(_mm_packs_epi32(m[0], m[1]), _mm_packs_epi32(m[2], m[3]));
-                const __m128i hi = _mm_packs_epi16(_mm_packs_epi32(m[4], m[5]), _mm_packs_epi32(m[6], m[7]));
-                w = static_cast<ub4>(bits(lo) | bits(hi) << 16);
-            }
-            w ^= static_cast<ub4>(invert_);
+            const ub4 w = half_bits(m) ^ static_cast<ub4>(invert_);
             store(o, w);
             return _mm_popcnt_u32(w);
         }
+    }
+
+    // The 32 bits of the lane masks m[0..7] of 32-bit lanes, uncomplemented.
+    static VORN_INLINE ub4 half_bits(const __m128i *m) {
+        auto bits = [](__m128i v) { return static_cast<ub4>(_mm_movemask_epi8(v)); };
+        if constexpr (kTest == LaneTest::interval) {
+            // The range forms: the first 16 rows by packing (two rounds)
+            // and one byte mask, the other 16 by the float sign masks of
+            // their four vectors, which spares the shuffle unit half the
+            // packs.  The other forms are faster all packed.
+            const __m128i lo = _mm_packs_epi16(_mm_packs_epi32(m[0], m[1]), _mm_packs_epi32(m[2], m[3]));
+            auto quad = [](__m128i v) { return static_cast<ub4>(_mm_movemask_ps(_mm_castsi128_ps(v))); };
+            return bits(lo) | (quad(m[4]) | quad(m[5]) << 4 | quad(m[6]) << 8 | quad(m[7]) << 12) << 16;
+        } else {
+            const __m128i lo = _mm_packs_epi16(_mm_packs_epi32(m[0], m[1]), _mm_packs_epi32(m[2], m[3]));
+            const __m128i hi = _mm_packs_epi16(_mm_packs_epi32(m[4], m[5]), _mm_packs_epi32(m[6], m[7]));
+            return bits(lo) | bits(hi) << 16;
+        }
+    }
+
+    // The lane masks of the eight vectors of the block at p.
+    VORN_INLINE void block_lanes(const ub1 *p, __m128i *m) const {
+        [&]<ub4... K>(std::integer_sequence<ub4, K...>) {
+            ((m[K] = lanes(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p + S::offset(K))), K % H)), ...);
+        }(std::make_integer_sequence<ub4, 8>{});
+    }
+
+    // Two blocks of 32 rows at p: one result word, stored at o; returns
+    // its count.  One store and one count serve 64 rows.
+    VORN_INLINE ub8 block_pair(const ub1 *p, ub1 *o) const {
+        __m128i m[8];
+        block_lanes(p, m);
+        const ub8 lo = half_bits(m);
+        block_lanes(p + S::kBlockBytes, m);
+        const ub8 w = (lo | ub8{half_bits(m)} << 32) ^ invert_;
+        store(o, w);
+        return _mm_popcnt_u64(w);
     }
 
     // All n rows: whole blocks, the clearing behind them, the tail.  A copy
@@ -266,7 +305,13 @@ public:
         ub8 count = 0;
         if (blocks) {
             const ub1 *p = stream;
-            for (ub8 b = 1; b < blocks; ++b, p += S::kBlockBytes, o += S::kOutBytes) {
+            ub8 b = 1;
+            if constexpr (S::kLaneBits == 32) {
+                for (; b + 1 < blocks; b += 2, p += 2 * S::kBlockBytes, o += 2 * S::kOutBytes) {
+                    count += block_pair(p, o);
+                }
+            }
+            for (; b < blocks; ++b, p += S::kBlockBytes, o += S::kOutBytes) {
                 count += block(p, o);
             }
             alignas(16) ub1 last[S::kBlockBytes + 16] = {};

@@ -6,7 +6,9 @@
 // code lives in 16-bit lanes, eight to a vector, where 32-bit lanes would
 // hold only four.  Code j starts at bit r = (j * w) & 7 of byte
 // b = (j * w) >> 3 and may reach byte b + 2.  A lane is built from two byte
-// windows of the one load, in one of two ways:
+// windows, in one of two ways; the window of byte b + 2 is taken from a
+// second load one byte on, which costs less than copying the first (a
+// shuffle overwrites its operand) and leaves the loop no register moves:
 //
 //   equality   (shuffle(x, A) & mA) | (shuffle(x, B) & mB): bytes b and
 //              b + 1 in the low and high byte, and the code's bits of byte
@@ -27,8 +29,10 @@
 //              other lanes (dict_lanes.h).  The multipliers stand in for
 //              the per-lane shift that this processor level lacks.
 //
-// Blocks are 64 rows, 8w bytes, one 64-bit result word; the last whole block
-// and a last half block of 32 rows are compared from a copy, and the rows
+// Blocks are 64 rows, 8w bytes, one 64-bit result word, with no software
+// read-ahead (as for the other lanes: it measured slower out of cache).
+// The last whole block and a last half block of 32 rows are compared from
+// a copy (with 16 bytes to spare for the second loads), and the rows
 // behind them go by the reference read.
 // The tables are computed by the compiler from the rule above.
 #pragma once
@@ -75,10 +79,10 @@ constexpr Tables tables_of(ub4 w) {
         t.eq_first[lo] = static_cast<ub1>(b), t.eq_first[hi] = static_cast<ub1>(b + 1);
         t.eq_first_mask[lo] = static_cast<ub1>(0xffu >> r), t.eq_first_mask[hi] = static_cast<ub1>(second_mask(w, j));
         const bool third = third_mask(w, j) != 0;
-        t.eq_third[lo] = static_cast<ub1>(third ? b + 2 : 0x80), t.eq_third[hi] = 0x80;
+        t.eq_third[lo] = static_cast<ub1>(third ? b + 1 : 0x80), t.eq_third[hi] = 0x80;
         t.eq_third_mask[lo] = static_cast<ub1>(third_mask(w, j)), t.eq_third_mask[hi] = 0;
         t.order_pair[lo] = static_cast<ub1>(b + 1), t.order_pair[hi] = static_cast<ub1>(b);
-        t.order_third[lo] = 0x80, t.order_third[hi] = static_cast<ub1>(b + 2);
+        t.order_third[lo] = 0x80, t.order_third[hi] = static_cast<ub1>(b + 1);
         t.order_scale[lo] = static_cast<ub1>(1u << r), t.order_scale[hi] = 0;
     }
     return t;
@@ -162,25 +166,31 @@ public:
         }
     }
 
-    // The lanes of one vector that pass the lane test: all ones or zeros.
-    VORN_INLINE __m128i lanes(__m128i v) const {
+    static VORN_INLINE __m128i load16(const ub1 *q) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(q)); }
+
+    // The lanes of the vector of eight codes at q that pass the lane test:
+    // all ones or zeros.  The third byte's window reads a second load one
+    // byte on: a load costs less than the register copy that a second
+    // shuffle of one load needs (the shuffle overwrites its operand).
+    VORN_INLINE __m128i lanes(const ub1 *q) const {
+        const __m128i v = load16(q), u = load16(q + 1);
         if constexpr (kEquality) {
             const __m128i x = _mm_or_si128(_mm_and_si128(_mm_shuffle_epi8(v, first_), first_mask_),
-                                           _mm_and_si128(_mm_shuffle_epi8(v, third_), third_mask_));
+                                           _mm_and_si128(_mm_shuffle_epi8(u, third_), third_mask_));
             const __m128i e = _mm_cmpeq_epi16(x, literal_);
             if constexpr (kTest == LaneTest::equal_or_zero) return _mm_or_si128(e, _mm_cmpeq_epi16(x, _mm_setzero_si128()));
             return e;
         } else {
             const __m128i x = _mm_or_si128(_mm_mullo_epi16(_mm_shuffle_epi8(v, first_), first_mask_),
-                                           _mm_mulhi_epu16(_mm_shuffle_epi8(v, third_), first_mask_));
+                                           _mm_mulhi_epu16(_mm_shuffle_epi8(u, third_), first_mask_));
             return _mm_cmpgt_epi16(_mm_add_epi16(x, offset_), literal_);
         }
     }
 
     // The bits of the 16 rows of vectors k and k + 1 of the block at p.
     VORN_INLINE ub8 pair_bits(const ub1 *p, ub4 k) const {
-        const __m128i x = lanes(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p + k * W)));
-        const __m128i y = lanes(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p + (k + 1) * W)));
+        const __m128i x = lanes(p + k * W);
+        const __m128i y = lanes(p + (k + 1) * W);
         return static_cast<ub4>(_mm_movemask_epi8(_mm_packs_epi16(x, y)));
     }
 
