@@ -22,14 +22,29 @@ inline constexpr ub8 kUnsupported = 2;
 inline constexpr ub8 kFull = 6;
 inline constexpr ub4 kBlockRows = 1024;  // keys hashed ahead of placing them
 // Each partition is written front to back, a line at a time: when a row
-// goes to a partition, the line after its cursor is fetched, so that the
-// partition's next line is there when its records reach it.  This hides the
-// read for ownership of every partition's stream at any fan-out, where the
-// hardware's stream detection follows only a few of them (measured: 1.3x
-// at 16 partitions, 1.8x at 256, against no prefetch; a prefetch of the
-// destination of a row some rows ahead gained less, and only from 256
-// partitions on).
-inline constexpr ub8 kPrefetchAhead = 64;
+// goes to a partition, a line some bytes after its cursor is fetched, so
+// that the partition's next lines are there when its records reach them.
+// This hides the read for ownership of every partition's stream at any
+// fan-out, where the hardware's stream detection follows only a few of
+// them (measured against no prefetch: 1.3x at 16 partitions, 1.8x at 256;
+// a prefetch of the destination of a row some rows ahead gained less, and
+// only from 256 partitions on).
+//
+// How far ahead: about kRowsInFlight rows' worth of records of one
+// partition, at least the next line, at most kMaxAhead bytes.  The fewer
+// the partitions, the sooner a partition's next line is needed: 128 bytes
+// at 16 partitions of 16-byte records, the next line from 128 on.
+inline constexpr ub8 kRowsInFlight = 128;
+inline constexpr ub8 kMaxAhead = 512;
+constexpr ub8 prefetch_ahead(ub4 bits, ub8 record_bytes) {
+    const ub8 bytes = bits >= 32 ? 0 : (kRowsInFlight * record_bytes) >> bits;
+    const ub8 lines = (bytes + 63) & ~ub8{63};
+    return lines < 64 ? 64 : lines > kMaxAhead ? kMaxAhead : lines;
+}
+static_assert(prefetch_ahead(4, 16) == 128 && prefetch_ahead(8, 16) == 64 && prefetch_ahead(0, 16) == 512);
+
+// Records of a size per row are taken as this many bytes for the distance.
+inline constexpr ub8 kTypicalRecordBytes = 16;
 
 // The partition of a hash, and the host's cursors and limits.
 struct Target {
@@ -37,15 +52,17 @@ struct Target {
     ub1 *const *limits;
     ub8 mask;
     ub4 low;
-    ub4 bits;  // 2^bits partitions
-    explicit Target(const vorn_partition_ctrl *c)
+    ub4 bits;   // 2^bits partitions
+    ub8 ahead;  // bytes after a cursor fetched when a row goes there
+    Target(const vorn_partition_ctrl *c, ub8 record_bytes)
         : cursors(c->cursors), limits(c->limits),
           mask(c->high_bit >= 63 ? ~ub8{0} : (ub8{2} << c->high_bit) - 1), low(c->low_bit),
-          bits(c->high_bit >= c->low_bit ? c->high_bit - c->low_bit + 1u : 0u) {}
-    // The cursor of partition p, its next line fetched.
+          bits(c->high_bit >= c->low_bit ? c->high_bit - c->low_bit + 1u : 0u),
+          ahead(prefetch_ahead(bits, record_bytes ? record_bytes : kTypicalRecordBytes)) {}
+    // The cursor of partition p, a line ahead of it fetched.
     VORN_INLINE ub1 *cursor(ub8 p) const {
         ub1 *c = cursors[p];
-        _mm_prefetch(reinterpret_cast<const char *>(c + kPrefetchAhead), _MM_HINT_T0);
+        _mm_prefetch(reinterpret_cast<const char *>(c + ahead), _MM_HINT_T0);
         return c;
     }
     VORN_INLINE ub8 part(ub8 h) const { return (h & mask) >> low; }
@@ -260,7 +277,7 @@ VORN_NOINLINE ub8 partition_rows(const vorn_partition_ctrl *ctrl, Src src, Rec r
         k->row_pos = static_cast<ub4>(n);
         return kDone;
     }
-    return scatter_rows(Target(ctrl), src, rec, k, n);
+    return scatter_rows(Target(ctrl, Rec::kSize), src, rec, k, n);
 }
 
 template <class Keys, class Rec>
@@ -271,7 +288,7 @@ VORN_NOINLINE ub8 partition_keys(const vorn_partition_ctrl *ctrl, const vorn_vec
         k->row_pos = static_cast<ub4>(n);
         return kDone;
     }
-    return scatter_keys(Target(ctrl), Keys(src, k), rec, k, n, fn);
+    return scatter_keys(Target(ctrl, Rec::kSize), Keys(src, k), rec, k, n, fn);
 }
 
 // Records without a walked payload have nothing to save.

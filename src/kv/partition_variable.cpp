@@ -16,7 +16,7 @@ VORN_NOINLINE ub8 repartition(const vorn_partition_ctrl *ctrl, const vorn_vec *s
         k->row_pos = static_cast<ub4>(n);
         return kDone;
     }
-    const Target t(ctrl);
+    const Target t(ctrl, 0);
     const ub1 *base = layout::bytes_of(src->data);
     const ub1 *p = base + k->byte_pos;
     for (ub8 row = k->row_pos; row < n; ++row) {
