@@ -156,12 +156,15 @@ struct WalkedKeys : W {
 // partition has room for all the rows of a stretch.
 //
 // Records go straight to their cursors with plain stores.  Staging each
-// partition's records in a line written whole (with or without
-// non-temporal stores) measured two to three times slower on this kind of
-// machine, at 16 and at 256 partitions.
+// partition's records in lines written whole (with or without
+// non-temporal stores), or sorting blocks of rows by partition in a local
+// buffer and copying each partition's run out, measured 1.3x to 3x slower
+// on this kind of machine at 16 and 64 partitions, and at 256 gained less
+// than the prefetch ahead of the cursors.
 
-// The most partitions whose rooms are summed up to skip the room test: at
-// most one pass over the cursors per row placed without it.
+// The most partitions whose least room is looked for to skip the room
+// test: one pass over the cursors and limits for a stretch of at least as
+// many rows as partitions.
 inline constexpr int kMaxUncheckedPartitionBits = 12;
 
 // Places rows j .. end - 1 with no room test: the caller knows they fit.
@@ -195,10 +198,11 @@ template <class Rec, class HashOf>
 VORN_INLINE ub8 place(Target &t, Rec &rec, vorn_kernel_ctx *k, ub8 first, ub8 count, HashOf &&hash_of) {
     ub8 j = 0;
     if constexpr (Rec::kSize != 0) {
-        // While there are at least as many rows left as partitions and every
-        // partition has room for that many records, a stretch of that many
-        // rows runs without the room test.  Rooms only shrink, so the first
-        // stretch too short ends the search.
+        // While at least as many rows are left as there are partitions and
+        // every partition has room for at least that many records, the next
+        // `fit` rows (the records every partition still has room for) run
+        // without the room test.  Rooms only shrink, so the first stretch
+        // too short ends the search.
         if (t.bits <= kMaxUncheckedPartitionBits) {
             const ub8 parts = ub8{1} << t.bits;
             while (count - j >= parts) {
