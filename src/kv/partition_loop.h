@@ -110,35 +110,34 @@ struct PointerKeys {
 // VORN_FIXED: the walk the hash kernel uses, with nothing to report.
 using FixedKeys = PointerKeys<hash::FixedWalk>;
 
-// VORN_LV_SEP: values end to end, lengths by row at data2.
-struct LvSepWalk {
+// What the walked layouts share: a position from the column's start, moved
+// past each value; Layout gives peek(row), the value at the position.
+template <class Layout>
+struct ForwardWalk {
     static constexpr bool kWalked = true;
-    const ub1 *base, *p, *lens;
-    LvSepWalk(const vorn_vec *v, ub8 start)
-        : base(layout::bytes_of(v->data)), p(base + start), lens(layout::bytes_of(v->data2)) {}
-    VORN_INLINE Value peek(ub8 row) const { return {p, load<ub2>(lens + 2 * row)}; }
+    const ub1 *base, *p;
+    ForwardWalk(const ub1 *start_of_column, ub8 start) : base(start_of_column), p(base + start) {}
     VORN_INLINE void skip(Value v) { p = v.p + v.len; }
     VORN_INLINE Value next(ub8 row) {
-        const Value v = peek(row);
+        const Value v = static_cast<const Layout *>(this)->peek(row);
         skip(v);
         return v;
     }
     ub8 offset() const { return static_cast<ub8>(p - base); }
 };
 
+// VORN_LV_SEP: values end to end, lengths by row at data2.
+struct LvSepWalk : ForwardWalk<LvSepWalk> {
+    const ub1 *lens;
+    LvSepWalk(const vorn_vec *v, ub8 start)
+        : ForwardWalk(layout::bytes_of(v->data), start), lens(layout::bytes_of(v->data2)) {}
+    VORN_INLINE Value peek(ub8 row) const { return {p, load<ub2>(lens + 2 * row)}; }
+};
+
 // VORN_LV: each value behind its ub2 length.
-struct LvWalk {
-    static constexpr bool kWalked = true;
-    const ub1 *base, *p;
-    LvWalk(const vorn_vec *v, ub8 start) : base(layout::bytes_of(v->data)), p(base + start) {}
+struct LvWalk : ForwardWalk<LvWalk> {
+    LvWalk(const vorn_vec *v, ub8 start) : ForwardWalk(layout::bytes_of(v->data), start) {}
     VORN_INLINE Value peek(ub8) const { return {p + 2, load<ub2>(p)}; }
-    VORN_INLINE void skip(Value v) { p = v.p + v.len; }
-    VORN_INLINE Value next(ub8 row) {
-        const Value v = peek(row);
-        skip(v);
-        return v;
-    }
-    ub8 offset() const { return static_cast<ub8>(p - base); }
 };
 
 template <class W>
