@@ -342,10 +342,11 @@ struct Buffer {
 
 class Host {
 public:
-    // Buffers of random capacities up to max_capacity, or, with `exact`,
-    // each exactly the size of what the scenario puts into it.
-    Host(Bits bits, std::mt19937_64 &rng, std::size_t max_capacity, const Scenario *exact = nullptr)
-        : bits_(bits), rng_(rng), max_capacity_(max_capacity), buffers_(bits.parts()),
+    // Buffers of random capacities from min_capacity up to max_capacity, or,
+    // with `exact`, each exactly the size of what the scenario puts into it.
+    Host(Bits bits, std::mt19937_64 &rng, std::size_t max_capacity, const Scenario *exact = nullptr,
+         std::size_t min_capacity = 0)
+        : bits_(bits), rng_(rng), min_capacity_(min_capacity), max_capacity_(max_capacity), buffers_(bits.parts()),
           cursors_(bits.parts()), limits_(bits.parts()), collected_(bits.parts()) {
         std::vector<std::size_t> need(bits.parts());
         if (exact)
@@ -353,7 +354,7 @@ public:
         for (ub8 p = 0; p < bits.parts(); ++p) give(p, exact ? need[p] : random_capacity());
     }
 
-    std::size_t random_capacity() { return rng_() % (max_capacity_ + 1); }
+    std::size_t random_capacity() { return min_capacity_ + rng_() % (max_capacity_ - min_capacity_ + 1); }
 
     // A buffer of `capacity` bytes at a random offset from a line, then guards.
     void give(ub8 p, std::size_t capacity) {
@@ -440,7 +441,7 @@ public:
 private:
     Bits bits_;
     std::mt19937_64 &rng_;
-    std::size_t max_capacity_;
+    std::size_t min_capacity_, max_capacity_;
     std::vector<Buffer> buffers_;
     std::vector<ub1 *> cursors_, limits_;
     std::vector<std::vector<ub1>> collected_;
@@ -503,6 +504,28 @@ TEST(Partition, WideFanOutAndHighBit63) {
 }
 
 // ---- Resumption ------------------------------------------------------------------------
+
+// Buffers of half to one and a half times a fair share: the first call
+// places long stretches while every partition has room for many rows, and
+// then stops on some partition; each refill gives about a fair share again.
+TEST(Partition, StretchesUntilAPartitionFills) {
+    std::mt19937_64 rng(26);
+    for (unsigned part_bits : {0u, 1u, 4u, 8u}) {
+        const Bits bits = random_bits(rng, part_bits);
+        std::vector<Scenario> all = rid_hash_scenarios(rng, 3000);
+        for (Scenario &s : hashed_scenarios(rng, 3000)) all.push_back(std::move(s));
+        for (const Scenario &s : all) {
+            SCOPED_TRACE(testing::Message() << s.name << " bits " << int{bits.high} << ".." << int{bits.low});
+            std::size_t bytes = 0;
+            for (const ModelRow &r : s.rows) bytes += r.bytes.size();
+            const std::size_t fair = bytes >> part_bits;
+            Host host(bits, rng, fair * 3 / 2, nullptr, fair / 2);
+            vorn_kernel_ctx k{};
+            host.run(s, host_hash, k);
+            host.check(s);
+        }
+    }
+}
 
 // The host's hash of an 8-byte key is the key itself here, so the test
 // chooses each row's partition.

@@ -16,14 +16,14 @@ VORN_NOINLINE ub8 repartition(const vorn_partition_ctrl *ctrl, const vorn_vec *s
         k->row_pos = static_cast<ub4>(n);
         return kDone;
     }
-    const Target t(ctrl);
+    const Target t(ctrl, 0);
     const ub1 *base = layout::bytes_of(src->data);
     const ub1 *p = base + k->byte_pos;
     for (ub8 row = k->row_pos; row < n; ++row) {
         const ub8 size = ub8{load<ub2>(p)} + 2;
         const ub8 h = load<ub8>(p + 2);
         const ub8 part = t.part(h);
-        ub1 *c = t.cursors[part];
+        ub1 *c = t.cursor(part);
         if (VORN_UNLIKELY(!t.room(part, c, size))) {
             k->stop_part = static_cast<ub4>(part);
             k->row_pos = static_cast<ub4>(row);
