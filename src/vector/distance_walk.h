@@ -66,9 +66,12 @@ ub8 walk_unif(vorn_vec *right, vorn_vec *left, vorn_dbv_fn kernel, ub4 metric, c
 template <class Sink>
 concept CutSink = requires(const Sink &s) { s.cut(); };
 
-// Rows ahead of the one computed whose lines are prefetched: rows of a
+// Rows ahead of the one computed whose first line is prefetched: rows of a
 // column need not lie in sequence, so the hardware's stream prefetch cannot
-// be relied on, and one group of rows ahead is about a memory latency.
+// find the next row by itself, but once a row's first lines are read it
+// follows the rest of the row; a prefetch of every line costs more in
+// cache than it saves out of it.  Two groups of rows ahead is about a
+// memory latency.
 inline constexpr ub4 kRowsAhead = 16;
 
 // The pointer array of a column, or null for a single value (row_pointer).
@@ -108,7 +111,6 @@ template <bool Int8, class Sink>
 ub8 walk_euclid8(vorn_vec *right, const void *query, ub4 metric, vorn_kernel_ctx *ctx, ub8 capacity, Sink &&sink,
                  ub8 *walked) {
     const ub4 dim = right->enc_ctx->vec_dim;
-    const ub4 row_bytes = Int8 ? dim : 4 * dim;
     alignas(16) float q[kEuclidMaxDim];
     for (ub4 i = 0; i < dim; ++i) q[i] = load_row1<Int8>(query, i);
     alignas(16) float qx[Int8 ? 4 : 2 * kEuclidMaxDim];
@@ -127,10 +129,7 @@ ub8 walk_euclid8(vorn_vec *right, const void *query, ub4 metric, vorn_kernel_ctx
             for (ub4 j = 0; j < kEuclidRows; ++j) d[j] = guarded_sqrt(d[j]);
         deliver(sink, ks, rs, d, count);
     };
-    auto prefetch_row = [&](ub4 r) {
-        const auto *row = static_cast<const ub1 *>(row_at(col, one, r));
-        for (ub4 b = 0; b < row_bytes; b += 64) __builtin_prefetch(row + b);
-    };
+    auto prefetch_row = [&](ub4 r) { __builtin_prefetch(row_at(col, one, r)); };
     const ub8 code = walk_batches(
         ctx, right->size, capacity,
         [&](const ub4 *rows, ub4 count, ub8 out, ub4 *) -> ub8 {
