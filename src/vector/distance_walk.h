@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cmath>
+#include <type_traits>
 
 #include "vector/dbv_names.h"
 #include "vector/euclid_rows.h"
@@ -59,40 +60,90 @@ ub8 walk_unif(vorn_vec *right, vorn_vec *left, vorn_dbv_fn kernel, ub4 metric, c
         walked);
 }
 
+// A sink that can name a cut: a distance at or above it would be refused,
+// so a walk need not hand it over (a NaN cut refuses nothing).  The top-K
+// sink has one; the distance driver's sink takes every row.
+template <class Sink>
+concept CutSink = requires(const Sink &s) { s.cut(); };
+
+// Rows ahead of the one computed whose first line is prefetched: rows of a
+// column need not lie in sequence, so the hardware's stream prefetch cannot
+// find the next row by itself, but once a row's first lines are read it
+// follows the rest of the row; a prefetch of every line costs more in
+// cache than it saves out of it.  Two groups of rows ahead is about a
+// memory latency.
+inline constexpr ub4 kRowsAhead = 16;
+
+// The pointer array of a column, or null for a single value (row_pointer).
+VORN_INLINE const void *const *row_pointers(const vorn_vec *v) {
+    return VORN_ENC_CTX_FLAG(v->enc_ctx, VORN_VEC_COLUMN) ? static_cast<const void *const *>(v->data) : nullptr;
+}
+VORN_INLINE const void *row_at(const void *const *ptrs, const void *one, ub4 r) {
+    return ptrs != nullptr ? ptrs[r] : one;
+}
+
+// Hands n results of a group to the sink in walk order; with a cut, only
+// those below it (or NaN) are handed over.
+template <class Sink>
+VORN_INLINE void deliver(Sink &sink, const ub8 *ks, const ub4 *rs, const double *d, ub4 n) {
+    using S = std::remove_cvref_t<Sink>;
+    if constexpr (CutSink<S>) {
+        const __m128d c = _mm_set1_pd(sink.cut());
+        ub4 below = 0;
+        for (ub4 p = 0; p < kEuclidRows / 2; ++p)
+            below |= ub4(_mm_movemask_pd(_mm_cmpnge_pd(_mm_loadu_pd(d + 2 * p), c))) << (2 * p);
+        below &= (1u << n) - 1;
+        for (; below != 0; below &= below - 1) {
+            const ub4 j = ub4(__builtin_ctz(below));
+            sink(ks[j], rs[j], d[j]);
+        }
+    } else {
+        for (ub4 j = 0; j < n; ++j) sink(ks[j], rs[j], d[j]);
+    }
+}
+
 // The single-query walk of squared euclid over float or int8 rows, eight
 // rows at a time (euclid_rows.h): rows are gathered in walk order and their
 // results reach the sink in that order, so the sink cannot tell this walk
-// from walk_unif's.  The query is widened to floats on the stack.
+// from walk_unif's.  The query is widened to floats on the stack.  A group
+// of eight may span two batches of the walk.
 template <bool Int8, class Sink>
 ub8 walk_euclid8(vorn_vec *right, const void *query, ub4 metric, vorn_kernel_ctx *ctx, ub8 capacity, Sink &&sink,
                  ub8 *walked) {
     const ub4 dim = right->enc_ctx->vec_dim;
-    const ub4 row_bytes = Int8 ? dim : 4 * dim;
     alignas(16) float q[kEuclidMaxDim];
     for (ub4 i = 0; i < dim; ++i) q[i] = load_row1<Int8>(query, i);
+    alignas(16) float qx[Int8 ? 4 : 2 * kEuclidMaxDim];
+    if (!Int8) pair_query(q, dim, qx);
+    const void *const *col = row_pointers(right);
+    const void *one = right->data;
     const void *ptrs[kEuclidRows];
     ub8 ks[kEuclidRows];
     ub4 rs[kEuclidRows];
     ub4 n = 0;
     auto flush = [&](ub4 count) {
         for (ub4 j = count; j < kEuclidRows; ++j) ptrs[j] = ptrs[0];
-        double d[kEuclidRows];
-        euclid_rows8<Int8>(q, ptrs, dim, d);
-        for (ub4 j = 0; j < count; ++j)
-            sink(ks[j], rs[j], metric == VORN_METRIC_EUCLID ? guarded_sqrt(d[j]) : d[j]);
+        alignas(16) double d[kEuclidRows];
+        euclid_rows8<Int8>(q, qx, ptrs, dim, d);
+        if (metric == VORN_METRIC_EUCLID)
+            for (ub4 j = 0; j < kEuclidRows; ++j) d[j] = guarded_sqrt(d[j]);
+        deliver(sink, ks, rs, d, count);
     };
-    const ub8 code = walk_rows(
-        ctx, right->size, capacity, batch_prefetch<true>(right, nullptr),
-        [&](ub8 k, ub4 r, ub4 next) -> ub8 {
-            // The whole of the next row: its lines are read a group later.
-            const auto *ahead = static_cast<const ub1 *>(row_pointer(right, next));
-            for (ub4 b = 0; b < row_bytes; b += 64) __builtin_prefetch(ahead + b);
-            ptrs[n] = row_pointer(right, r);
-            ks[n] = k;
-            rs[n] = r;
-            if (++n == kEuclidRows) {
-                flush(n);
-                n = 0;
+    auto prefetch_row = [&](ub4 r) { __builtin_prefetch(row_at(col, one, r)); };
+    const ub8 code = walk_batches(
+        ctx, right->size, capacity,
+        [&](const ub4 *rows, ub4 count, ub8 out, ub4 *) -> ub8 {
+            prefetch_row_pointers(right, rows, count);
+            for (ub4 i = 0; i < count && i < kRowsAhead; ++i) prefetch_row(rows[i]);
+            for (ub4 i = 0; i < count; ++i) {
+                if (i + kRowsAhead < count) prefetch_row(rows[i + kRowsAhead]);
+                ptrs[n] = row_at(col, one, rows[i]);
+                ks[n] = out + i;
+                rs[n] = rows[i];
+                if (++n == kEuclidRows) {
+                    flush(n);
+                    n = 0;
+                }
             }
             return 0;
         },
@@ -101,23 +152,57 @@ ub8 walk_euclid8(vorn_vec *right, const void *query, ub4 metric, vorn_kernel_ctx
     return code;
 }
 
+// The count of set bits of row ^ query over `bytes` bytes; Words > 0 fixes
+// the length at Words 8-byte words.
+template <ub4 Words>
+VORN_INLINE ub8 hamming_count(const ub1 *row, const ub1 *q, ub8 words, ub8 bytes) {
+    ub8 n = 0;
+    if constexpr (Words > 0) {
+        for (ub4 w = 0; w < Words; ++w) n += ub8(__builtin_popcountll(load<ub8>(row + 8 * w) ^ load<ub8>(q + 8 * w)));
+    } else {
+        for (ub8 w = 0; w < words; ++w) n += ub8(__builtin_popcountll(load<ub8>(row + 8 * w) ^ load<ub8>(q + 8 * w)));
+        for (ub8 b = words * 8; b < bytes; ++b) n += ub8(__builtin_popcount(ub4(row[b] ^ q[b])));
+    }
+    return n;
+}
+
+// The cut of a sink as a count: a count at or above it is refused, and
+// without a cut (or a NaN one) no count is.
+template <class Sink>
+VORN_INLINE ub8 count_cut(const Sink &sink) {
+    if constexpr (CutSink<std::remove_cvref_t<Sink>>) {
+        const double c = sink.cut();
+        return std::isnan(c) ? ~ub8{0} : static_cast<ub8>(c);
+    } else {
+        return ~ub8{0};
+    }
+}
+
 // The single-query walk of hamming over bit vectors, the count inlined:
 // the rows are short (a 128-bit row is two words), so the call of a kernel
-// per row would cost more than its count.
-template <class Sink>
+// per row would cost more than its count.  Counts are whole numbers, so the
+// sink's cut is tested as a count.
+template <ub4 Words, class Sink>
 ub8 walk_hamming_bits(vorn_vec *right, const void *query, vorn_kernel_ctx *ctx, ub8 capacity, Sink &&sink,
                       ub8 *walked) {
     const ub8 bytes = (ub8{right->enc_ctx->vec_dim} + 7) >> 3, words = bytes >> 3;
     const auto *q = static_cast<const ub1 *>(query);
-    return walk_rows(
-        ctx, right->size, capacity, batch_prefetch<true>(right, nullptr),
-        [&](ub8 k, ub4 r, ub4 next) -> ub8 {
-            __builtin_prefetch(row_pointer(right, next));
-            const auto *row = static_cast<const ub1 *>(row_pointer(right, r));
-            ub8 n = 0;
-            for (ub8 w = 0; w < words; ++w) n += ub8(__builtin_popcountll(load<ub8>(row + 8 * w) ^ load<ub8>(q + 8 * w)));
-            for (ub8 b = words * 8; b < bytes; ++b) n += ub8(__builtin_popcount(ub4(row[b] ^ q[b])));
-            sink(k, r, double(n));
+    const void *const *col = row_pointers(right);
+    const void *one = right->data;
+    ub8 cut = count_cut(sink);
+    return walk_batches(
+        ctx, right->size, capacity,
+        [&](const ub4 *rows, ub4 count, ub8 out, ub4 *) -> ub8 {
+            prefetch_row_pointers(right, rows, count);
+            for (ub4 i = 0; i < count && i < kRowsAhead; ++i) __builtin_prefetch(row_at(col, one, rows[i]));
+            for (ub4 i = 0; i < count; ++i) {
+                if (i + kRowsAhead < count) __builtin_prefetch(row_at(col, one, rows[i + kRowsAhead]));
+                const auto *row = static_cast<const ub1 *>(row_at(col, one, rows[i]));
+                const ub8 n = hamming_count<Words>(row, q, words, bytes);
+                if (n >= cut) continue;
+                sink(out + i, rows[i], double(n));
+                cut = count_cut(sink);
+            }
             return 0;
         },
         walked);
@@ -129,8 +214,10 @@ ub8 walk_hamming_bits(vorn_vec *right, const void *query, vorn_kernel_ctx *ctx, 
 template <class Sink>
 ub8 walk_single_unif(vorn_vec *right, vorn_vec *left, vorn_dbv_fn kernel, ub4 metric, const void *query,
                      vorn_kernel_ctx *ctx, ub8 capacity, Sink &&sink, ub8 *walked) {
-    if (kernel == &vorn_dbv_hamming_bitmsb0_bitmsb0)
-        return walk_hamming_bits(right, query, ctx, capacity, sink, walked);
+    if (kernel == &vorn_dbv_hamming_bitmsb0_bitmsb0) {
+        if (right->enc_ctx->vec_dim == 128) return walk_hamming_bits<2>(right, query, ctx, capacity, sink, walked);
+        return walk_hamming_bits<0>(right, query, ctx, capacity, sink, walked);
+    }
     if (right->enc_ctx->vec_dim <= kEuclidMaxDim) {
         if (kernel == &vorn_dbv_euclid_float_float)
             return walk_euclid8<false>(right, query, metric, ctx, capacity, sink, walked);

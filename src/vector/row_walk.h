@@ -56,8 +56,13 @@ VORN_INLINE ub8 visit_batch(const ub4 *rows, ub4 n, ub8 out, Visit &visit, ub4 *
 // Walks the rows of a column of `rows` rows; `on_batch(rows, n)` sees each
 // batch before its rows are visited.  *walked receives the rows done (those
 // before a failing one).
-template <class OnBatch, class Visit>
-ub8 walk_rows(vorn_kernel_ctx *ctx, ub4 rows, ub8 capacity, OnBatch &&on_batch, Visit &&visit, ub8 *walked) {
+// Walks the rows of a column of `rows` rows a batch at a time:
+// `batch(rows, n, out, &failed_at)` handles the n rows of a batch, whose
+// first output index is `out`, and returns non-zero with failed_at set to
+// stop at that row.  *walked receives the rows done (those before a
+// failing one).
+template <class Batch>
+ub8 walk_batches(vorn_kernel_ctx *ctx, ub4 rows, ub8 capacity, Batch &&batch_fn, ub8 *walked) {
     ub4 batch[kWalkBatch];
     ub8 &done = *walked;
     done = 0;
@@ -69,8 +74,7 @@ ub8 walk_rows(vorn_kernel_ctx *ctx, ub4 rows, ub8 capacity, OnBatch &&on_batch, 
             const ub4 want = static_cast<ub4>(std::min<ub8>(kWalkBatch, capacity - done));
             const ub4 n = vorn_lbiwvones_dydi(&it, batch, want);
             if (n == 0) break;
-            on_batch(batch, n);
-            if (const ub8 code = visit_batch(batch, n, done, visit, &failed_at); code != 0) {
+            if (const ub8 code = batch_fn(batch, n, done, &failed_at); code != 0) {
                 ctx->row_pos = batch[failed_at];
                 done += failed_at;
                 return code;
@@ -87,8 +91,7 @@ ub8 walk_rows(vorn_kernel_ctx *ctx, ub4 rows, ub8 capacity, OnBatch &&on_batch, 
         while (done < total) {
             const ub4 n = static_cast<ub4>(std::min<ub8>(kWalkBatch, total - done));
             const ub4 *list = ctx->ones_vec + from + done;
-            on_batch(list, n);
-            if (const ub8 code = visit_batch(list, n, done, visit, &failed_at); code != 0) {
+            if (const ub8 code = batch_fn(list, n, done, &failed_at); code != 0) {
                 ctx->row_pos = static_cast<ub4>(from + done + failed_at);
                 done += failed_at;
                 return code;
@@ -103,7 +106,7 @@ ub8 walk_rows(vorn_kernel_ctx *ctx, ub4 rows, ub8 capacity, OnBatch &&on_batch, 
     while (done < total) {
         const ub4 n = static_cast<ub4>(std::min<ub8>(kWalkBatch, total - done));
         for (ub4 k = 0; k < n; ++k) batch[k] = static_cast<ub4>(from + done + k);
-        if (const ub8 code = visit_batch(batch, n, done, visit, &failed_at); code != 0) {
+        if (const ub8 code = batch_fn(batch, n, done, &failed_at); code != 0) {
             if (ctx != nullptr) ctx->row_pos = batch[failed_at];
             done += failed_at;
             return code;
@@ -112,6 +115,19 @@ ub8 walk_rows(vorn_kernel_ctx *ctx, ub4 rows, ub8 capacity, OnBatch &&on_batch, 
         if (ctx != nullptr) ctx->row_pos = static_cast<ub4>(from + done);
     }
     return 0;
+}
+
+// Walks the rows one at a time: `on_batch(rows, n)` sees each batch before
+// its rows are visited.
+template <class OnBatch, class Visit>
+ub8 walk_rows(vorn_kernel_ctx *ctx, ub4 rows, ub8 capacity, OnBatch &&on_batch, Visit &&visit, ub8 *walked) {
+    return walk_batches(
+        ctx, rows, capacity,
+        [&](const ub4 *list, ub4 n, ub8 out, ub4 *failed_at) -> ub8 {
+            on_batch(list, n);
+            return visit_batch(list, n, out, visit, failed_at);
+        },
+        walked);
 }
 
 }  // namespace vorn::vec

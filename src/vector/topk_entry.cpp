@@ -49,8 +49,7 @@ ub8 vorn_dbv_single_unif_topk(vorn_vec *res, vorn_vec *right, vorn_vec *left, vo
     const void *query = single_query(right, left, scratch, left_sparse);
     ub8 walked;
     const ub8 code = walk_single_unif(
-        right, left, kernel, metric, query, ctx, kNoCap, [&heap](ub8, ub4 r, double d) { heap.offer(r, d); },
-        &walked);
+        right, left, kernel, metric, query, ctx, kNoCap, TopKSink{heap}, &walked);
     return finish_topk(res, heap, code);
 }
 

@@ -83,10 +83,27 @@ struct TopKHeap {
         sift_up(size - 1, e);
     }
 
+    // The distance at or above which an offer is surely refused: the
+    // root's once the heap is full and its root is a number, NaN (which
+    // refuses nothing) before.  While the heap stays full it only falls, so
+    // a walk may test a group of distances against one reading of it and
+    // offer only the rows below it (and NaNs), in walk order.
+    VORN_INLINE double cut() const {
+        return size == k && !std::isnan(h[0].distance) ? h[0].distance : __builtin_nan("");
+    }
+
     // Leaves the entries ascending: best first, NaNs last by row.
     void sort() {
         for (ub4 n = size; n > 1; --n) pop_to_end(n);
     }
+};
+
+// The sink of the top-K walks: every row offered, plus the cut that lets a
+// walk skip the offers that would be refused.
+struct TopKSink {
+    TopKHeap &heap;
+    VORN_INLINE void operator()(ub8, ub4 row, double d) const { heap.offer(row, d); }
+    VORN_INLINE double cut() const { return heap.cut(); }
 };
 
 }  // namespace vorn::vec
