@@ -10,8 +10,7 @@
 #include <string>
 
 #include "kv/kv_entries.h"
-#include "support/kv_model.h"
-#include "support/kv_table.h"
+#include "support/kv_rows_a.h"
 #include "support/test_host.h"
 
 namespace {
@@ -20,125 +19,9 @@ using vorntest::KvEntry;
 using vorntest::KvRow;
 using vorntest::KvTable;
 
-// The input arrays of one run, and the rows the model expects.
-struct Input {
-    std::vector<KvRow> rows;
-    std::vector<ub1> records;
-    std::vector<ub8> hashes64;
-    std::vector<ub4> hashes32;
-    std::vector<ub4> codes;
-    std::vector<ub1> slots;
-    std::vector<ub1> payload;
-    ub8 base_rid = 0;
-};
-
-enum class Skew { none, few_buckets, zero_tags };
-
-bool has(const std::string &s, const char *part) { return s.find(part) != std::string::npos; }
-
-ub8 random_hash(std::mt19937_64 &rng, Skew skew, bool hash32, ub4 key_bytes) {
-    ub8 h = rng();
-    if (hash32) h &= 0xffffffffu;
-    if (skew == Skew::few_buckets) h = (h & ~ub8{0xffffff}) | (rng() % 3) * 0x10001;  // three buckets a segment
-    if (skew == Skew::zero_tags && rng() % 3 == 0) {
-        if (hash32) h &= key_bytes == 2 ? 0xffffu : 0;
-        else h &= key_bytes == 2 ? 0xffff0000ffffffffull : 0xffffffffull;
-    }
-    return h;
-}
-
-ub8 tag_of(ub8 h, ub4 key_bytes, bool hash32) {
-    ub8 t = hash32 ? (key_bytes == 2 ? (h >> 16) & 0xffff : h) : (key_bytes == 2 ? (h >> 32) & 0xffff : h >> 32);
-    return t == 0 ? 1 : t;
-}
-
-template <class T>
-void put(std::vector<ub1> &v, std::size_t at, T x) {
-    std::memcpy(v.data() + at, &x, sizeof x);
-}
-
-// Builds the arrays of `input` for n rows of `kind` and the model's rows.
-Input make_input(const std::string &input, ub4 kind, ub8 n, std::mt19937_64 &rng, Skew skew) {
-    const vorntest::KvShape s = vorntest::kv_shape(kind);
-    const ub4 K = s.key_bytes, V = s.value_bytes;
-    const bool hash32 = has(input, "hash32") || has(input, "cached");
-    Input in;
-    in.base_rid = rng() % 100000;
-    ub4 stride = 0;
-    if (input == "ridhash" || input == "gdhash" || input == "fixedhash" || input == "ridgdcachedhash") stride = 16;
-    if (input == "gdcachedhash") stride = 8;
-    if (input == "ridgdhash" || input == "ridfixedhash") stride = 24;
-    in.records.assign(n * stride + 8, 0);
-    in.payload.assign(n * 8 + 8, 0);
-    in.slots.assign(n * K + 16, 0);
-    for (ub8 i = 0; i < n; ++i) {
-        KvRow row;
-        row.hash = random_hash(rng, skew, hash32, K);
-        // Keys: a tag, a code or K random bytes (few distinct ones, so that
-        // equal keys meet in one chain).
-        std::array<ub1, 12> bytes{};
-        for (ub4 b = 0; b < K; ++b) bytes[b] = static_cast<ub1>(rng() % 4 == 0 ? rng() : b);
-        const ub4 code = static_cast<ub4>(rng() % 1000);
-        const ub8 rid = rng() >> (rng() % 2 ? 0 : 40);
-        const ub8 pay = rng();
-        if (has(input, "ridhash") || has(input, "values_hash") || has(input, "hash32value")) {
-            const ub8 t = tag_of(row.hash, K, hash32);
-            std::memcpy(row.entry.key.data(), &t, K);
-        } else if (has(input, "gd")) {
-            std::memcpy(row.entry.key.data(), &code, 4);
-        } else {
-            row.entry.key = bytes;
-        }
-        ub8 value = 0;
-        if (input == "ridhash") {
-            put<ub8>(in.records, i * 16, rid);
-            put<ub8>(in.records, i * 16 + 8, row.hash);
-            value = rid;
-        } else if (input == "ridgdhash") {
-            put<ub8>(in.records, i * 24, rid);
-            put<ub4>(in.records, i * 24 + 8, code);
-            put<ub8>(in.records, i * 24 + 16, row.hash);
-            value = rid;
-        } else if (input == "ridgdcachedhash") {
-            put<ub4>(in.records, i * 16, code);
-            put<ub4>(in.records, i * 16 + 4, static_cast<ub4>(row.hash));
-            put<ub8>(in.records, i * 16 + 8, pay);
-            value = pay;
-        } else if (input == "gdhash") {
-            put<ub4>(in.records, i * 16, code);
-            put<ub8>(in.records, i * 16 + 8, row.hash);
-        } else if (input == "gdcachedhash") {
-            put<ub4>(in.records, i * 8, code);
-            put<ub4>(in.records, i * 8 + 4, static_cast<ub4>(row.hash));
-        } else if (input == "ridfixedhash") {
-            std::memcpy(in.records.data() + i * 24, bytes.data(), K);
-            put<ub8>(in.records, i * 24 + 8, row.hash);
-            put<ub8>(in.records, i * 24 + 16, pay);
-            value = pay;
-        } else if (input == "fixedhash") {
-            std::memcpy(in.records.data() + i * 16, bytes.data(), K);
-            put<ub8>(in.records, i * 16 + 8, row.hash);
-        } else {
-            in.hashes64.push_back(row.hash);
-            in.hashes32.push_back(static_cast<ub4>(row.hash));
-            in.codes.push_back(code);
-            std::memcpy(in.slots.data() + i * K, bytes.data(), K);
-            if (has(input, "payload")) {
-                if (V == 4) put<ub4>(in.payload, i * 4, static_cast<ub4>(pay));
-                else put<ub8>(in.payload, i * 8, pay);
-                value = pay;
-            } else if (has(input, "autorid")) {
-                value = in.base_rid + i;
-            }
-        }
-        row.entry.value = V == 4 ? value & 0xffffffffu : (V == 8 ? value : 0);
-        in.rows.push_back(row);
-    }
-    in.hashes64.push_back(0);
-    in.hashes32.push_back(0);
-    in.codes.push_back(0);
-    return in;
-}
+using Input = vorntest::KvInput;
+using vorntest::KvSkew;
+using vorntest::kv_put;
 
 // ---- Every member, by name -----------------------------------------------------------
 using Call = std::function<ub8(vorn_kv *, ub1 *, ub8, const Input &, ub8 *, vorn_kv_grow_fn, ub8 *)>;
@@ -185,40 +68,19 @@ ub4 kind_of(const char *name) {
     return 0;
 }
 
+const Member *find_member(ub4 kind, const std::string &input) {
+    for (const Member &x : members())
+        if (kind_of(x.kind) == kind && x.input == input) return &x;
+    return nullptr;
+}
+const Member &member(const char *kind, const char *input) { return *find_member(kind_of(kind), input); }
+
 std::unique_ptr<KvTable> table_for(ub4 kind, bool ptr, ub8 rows, ub4 segments_hint) {
     // idx whenever not forced: idx_min_units 0 and a fill minimum above every test size.
     return std::make_unique<KvTable>(VORN_KV_FLAGS(kind, 0), segments_hint, rows, 0, 0, 1u << 30, 50, ptr ? 1 : 0);
 }
 
-// Rows whose add needs a new overflow bucket, in order.
-std::vector<ub8> requesting_rows(const vorn_kv &kv, const std::vector<KvRow> &rows, sb8 segment) {
-    const vorntest::KvShape s = vorntest::kv_shape(kv.flags & 0xff);
-    const ub4 e = (kv.flags & VORN_KV_PTR) ? s.ptr_entries : s.idx_entries;
-    const ub4 pb = kv.regions[0].page_bits;
-    std::map<ub8, ub8> counts;
-    std::vector<ub8> out;
-    for (ub8 i = 0; i < rows.size(); ++i) {
-        const ub8 h = rows[i].hash;
-        const ub8 seg = segment >= 0 ? ub8(segment) : (h >> pb) & ((ub8{1} << kv.regions[0].segment_bits) - 1);
-        ub8 &c = counts[seg << 32 | (h & 0xffffffffu & ((ub8{1} << pb) - 1))];
-        if (c != 0 && c % e == 0) out.push_back(i);
-        ++c;
-    }
-    return out;
-}
-
-void expect_table(const KvTable &t, const Input &in, sb8 segment) {
-    const vorntest::KvWalk walk = vorntest::walk_buckets(t);
-    EXPECT_EQ(walk.overflow_not_full, 0u);
-    EXPECT_EQ(walk.primary_overfull, 0u);
-    const vorntest::KvChains want = vorntest::model_chains(t.kv, in.rows, segment);
-    ASSERT_EQ(walk.chains.size(), want.size());
-    for (const auto &[where, list] : want) {
-        auto it = walk.chains.find(where);
-        ASSERT_NE(it, walk.chains.end()) << "bucket " << where;
-        EXPECT_TRUE(it->second == list) << "bucket " << where;
-    }
-}
+void expect_table(const KvTable &t, const Input &in, sb8 segment) { vorntest::expect_kv_table(t, in.rows, segment); }
 
 TEST(KvLowLevelAdd, EveryMemberMatchesTheModel) {
     std::mt19937_64 rng(7);
@@ -228,12 +90,12 @@ TEST(KvLowLevelAdd, EveryMemberMatchesTheModel) {
         const ub4 kind = kind_of(m.kind);
         ASSERT_NE(kind, 0u) << m.kind;
         for (bool ptr : {false, true}) {
-            for (Skew skew : {Skew::none, Skew::few_buckets, Skew::zero_tags}) {
+            for (KvSkew skew : {KvSkew::none, KvSkew::few_buckets, KvSkew::zero_tags}) {
                 const ub8 n = sizes[rng() % 7];
                 SCOPED_TRACE(testing::Message() << "vorn_kv_ll_add_" << m.kind << "_" << m.input
                                                 << (ptr ? "_ptr" : "_idx") << " rows " << n << " skew "
                                                 << static_cast<int>(skew));
-                const Input in = make_input(m.input, kind, n, rng, skew);
+                const Input in = vorntest::make_kv_input(m.input, kind, n, rng, skew);
                 auto t = table_for(kind, ptr, n, 40000);
                 ASSERT_EQ(t->layout_code, 0u);
                 ASSERT_EQ(bool(t->kv.flags & VORN_KV_PTR), ptr);
@@ -243,7 +105,7 @@ TEST(KvLowLevelAdd, EveryMemberMatchesTheModel) {
                 EXPECT_EQ(pos, n);
                 EXPECT_EQ(status[0], 9u);
                 expect_table(*t, in, -1);
-                EXPECT_EQ(t->requests, requesting_rows(t->kv, in.rows, -1).size());
+                EXPECT_EQ(t->requests, vorntest::kv_requesting_rows(t->kv, in.rows, -1).size());
                 ++runs;
             }
         }
@@ -254,17 +116,12 @@ TEST(KvLowLevelAdd, EveryMemberMatchesTheModel) {
 TEST(KvLowLevelAdd, FixedSegmentUsesOnlyBucketBits) {
     std::mt19937_64 rng(8);
     for (bool ptr : {false, true}) {
-        const Input in = make_input("fixed_hash64_payload", VORN_KV_K8V8, 500, rng, Skew::none);
+        const Input in = vorntest::make_kv_input("fixed_hash64_payload", VORN_KV_K8V8, 500, rng, KvSkew::none);
         auto t = table_for(VORN_KV_K8V8, ptr, 80000, 80000);
         ASSERT_GT(t->kv.regions[0].segment_bits, 0u);
+        const Member &m = member("k8v8", "fixed_hash64_payload");
         ub8 pos = 0, status[2];
-        ub1 *seg = vorn_map_segment(&t->kv, 1);
-        const ub8 code = ptr ? vorn_kv_ll_add_k8v8_fixed_hash64_payload_ptr(&t->kv, seg, 500, in.slots.data(),
-                                                                           in.hashes64.data(), in.payload.data(), &pos,
-                                                                           KvTable::grow, status)
-                             : vorn_kv_ll_add_k8v8_fixed_hash64_payload_idx(&t->kv, seg, 500, in.slots.data(),
-                                                                           in.hashes64.data(), in.payload.data(), &pos,
-                                                                           KvTable::grow, status);
+        const ub8 code = (ptr ? m.ptr : m.idx)(&t->kv, vorn_map_segment(&t->kv, 1), 500, in, &pos, KvTable::grow, status);
         ASSERT_EQ(code, 0u);
         expect_table(*t, in, 1);
     }
@@ -277,39 +134,27 @@ TEST(KvLowLevelAdd, RefusedRequestsResumeToTheSameTable) {
     std::mt19937_64 rng(9);
     for (const char *input : {"fixed_hash64_payload", "ridhash", "gd_hash32", "fixed_hash32"}) {
         for (ub4 kind : {VORN_KV_K4V4, VORN_KV_K2V4, VORN_KV_K4, VORN_KV_K12}) {
-            const Member *m = nullptr;
-            for (const Member &x : members())
-                if (kind_of(x.kind) == kind && std::string(x.input) == input) m = &x;
+            const Member *m = find_member(kind, input);
             if (m == nullptr) continue;
             for (bool ptr : {false, true}) {
                 SCOPED_TRACE(testing::Message() << m->kind << " " << input << (ptr ? " ptr" : " idx"));
                 const ub8 n = 3000;
-                const Input in = make_input(input, kind, n, rng, Skew::few_buckets);
+                const Input in = vorntest::make_kv_input(input, kind, n, rng, KvSkew::few_buckets);
                 auto clean = table_for(kind, ptr, n, n);
                 ub8 pos = 0, status[2];
                 ASSERT_EQ((ptr ? m->ptr : m->idx)(&clean->kv, nullptr, n, in, &pos, KvTable::grow, status), 0u);
 
                 auto t = table_for(kind, ptr, n, n);
-                const std::vector<ub8> want_rows = requesting_rows(t->kv, in.rows, -1);
+                const std::vector<ub8> want_rows = vorntest::kv_requesting_rows(t->kv, in.rows, -1);
                 ASSERT_GT(want_rows.size(), 50u);
                 for (ub8 r = 0; r < want_rows.size() + 40; ++r)
                     if (rng() % 4 == 0) t->refuse.insert(r);
                 t->refusal_code = 5 + rng() % 9;
                 pos = 0;
-                ub4 refusals = 0;
-                for (;;) {
-                    status[0] = status[1] = 77;
-                    const ub8 code = (ptr ? m->ptr : m->idx)(&t->kv, nullptr, n, in, &pos, KvTable::grow, status);
-                    if (code == 0) break;
-                    ++refusals;
-                    ASSERT_EQ(code, t->refusal_code);
-                    ub8 granted = 0;
-                    for (const auto &rq : t->log) granted += rq.refused ? 0 : 1;
-                    ASSERT_LT(granted, want_rows.size());
-                    EXPECT_EQ(pos, want_rows[granted]);
-                    EXPECT_EQ(status[0], 1u);
-                    EXPECT_EQ(status[1], t->log.back().id >> 12);
-                }
+                const ub4 refusals = vorntest::kv_add_through_refusals(*t, want_rows, [&](ub8 *st) {
+                    const ub8 code = (ptr ? m->ptr : m->idx)(&t->kv, nullptr, n, in, &pos, KvTable::grow, st);
+                    return std::pair(code, pos);
+                });
                 EXPECT_EQ(pos, n);
                 EXPECT_GT(refusals, 5u);
                 expect_table(*t, in, -1);
@@ -331,8 +176,8 @@ TEST(KvLowLevelAdd, EleventhRowOfAK2v4BucketAsksForAUnit) {
     ASSERT_FALSE(t.kv.flags & VORN_KV_PTR);
     std::vector<ub1> rec(16 * 11);
     for (ub8 i = 0; i < 11; ++i) {
-        put<ub8>(rec, i * 16, i);
-        put<ub8>(rec, i * 16 + 8, 0x0000123400000005ull);  // one bucket, tag 0x1234
+        kv_put<ub8>(rec, i * 16, i);
+        kv_put<ub8>(rec, i * 16 + 8, 0x0000123400000005ull);  // one bucket, tag 0x1234
     }
     ub8 pos = 0, status[2];
     ASSERT_EQ(vorn_kv_ll_add_k2v4_ridhash_idx(&t.kv, nullptr, 10, rec.data(), &pos, KvTable::grow, status), 0u);
