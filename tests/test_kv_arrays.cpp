@@ -103,10 +103,9 @@ Lists model(const std::vector<ub4> &keys, const std::vector<ub8> &rids, bool uni
     return m;
 }
 
-enum class Table { arid4, arid8 };
-
 // Runs a member to the end, mapping what it asks for: code 11 maps the key
-// page named in status; any other refusal is simply retried.
+// page named in status, code 12 the count page of the row's key; any other
+// refusal is simply retried.
 template <class Add>
 ub4 run_to_end(KvTable &t, const std::vector<ub4> &keys, ub4 key_shift, Add add) {
     ub8 pos = 0, status[2];
@@ -124,6 +123,10 @@ ub4 run_to_end(KvTable &t, const std::vector<ub4> &keys, ub4 key_shift, Add add)
                 if ((keys[i] >> key_shift) >= t.kv.regions[0].mapped) greatest = std::max<ub8>(greatest, keys[i]);
             EXPECT_EQ(status[1], greatest >> key_shift);
             for (ub8 p = 0; p <= status[1]; ++p) t.map_page(0, p);  // pages below are mapped too
+        } else if (code == 12) {  // a count table's second page for the row's key
+            EXPECT_EQ(status[0], 1u);
+            EXPECT_EQ(status[1], keys[pos] >> 18);
+            t.map_page(1, status[1]);
         } else {
             EXPECT_EQ(code, t.refusal_code);
             EXPECT_EQ(status[0], t.log.back().region);
@@ -135,65 +138,54 @@ ub4 run_to_end(KvTable &t, const std::vector<ub4> &keys, ub4 key_shift, Add add)
     return stops;
 }
 
+// Each arid member (rid-and-code records, a key column with a payload or
+// with row numbers), unique or not, with refused requests or without.
 TEST(KvArrays, RidListsMatchTheModel) {
     std::mt19937_64 rng(11);
-    for (Table kind : {Table::arid4, Table::arid8}) {
-        for (bool unique : {false, true}) {
-            for (int source = 0; source < 3; ++source) {
+    for (bool arid4 : {true, false})
+        for (bool unique : {false, true})
+            for (int source = 0; source < 3; ++source)
                 for (bool refusals : {false, true}) {
-                    SCOPED_TRACE(testing::Message() << (kind == Table::arid4 ? "arid4" : "arid8") << " unique "
-                                                    << unique << " source " << source << " refusals " << refusals);
-                    const ub8 n = 3000 + rng() % 40;
+                    SCOPED_TRACE(testing::Message() << (arid4 ? "arid4" : "arid8") << " unique " << unique
+                                                    << " source " << source << " refusals " << refusals);
+                    const ub8 n = 3000 + rng() % 40, base = rng() % 1000;
                     const std::vector<ub4> keys = random_keys(rng, n, 3);
                     std::vector<ub8> rids(n);
-                    const ub8 base = rng() % 1000;
-                    for (ub8 i = 0; i < n; ++i) rids[i] = source == 2 ? base + i : (rng() % 3 ? rng() % 100 : rng() >> 33);
-                    if (kind == Table::arid4) for (ub8 &r : rids) r &= 0x7fffffffu;  // rid + 1 fits the slot word
-                    const ub4 flags = VORN_KV_FLAGS(kind == Table::arid4 ? VORN_KV_K4V4 : VORN_KV_K4V8, 4) |
-                                      (unique ? VORN_KV_UNIQUE : 0);
+                    std::vector<ub4> rids4(n);
+                    std::vector<ub1> records(n * 16);
+                    for (ub8 i = 0; i < n; ++i) {
+                        rids[i] = source == 2 ? base + i : (rng() % 3 ? rng() % 100 : rng() >> 33);
+                        if (arid4) rids[i] &= 0x7fffffffu;  // rid + 1 fits the slot word
+                        rids4[i] = static_cast<ub4>(rids[i]);
+                        std::memcpy(&records[i * 16], &keys[i], 4);
+                        std::memcpy(&records[i * 16 + 8], &rids4[i], 4);
+                    }
+                    const ub4 flags = VORN_KV_FLAGS(arid4 ? VORN_KV_K4V4 : VORN_KV_K4V8, 4) | (unique ? VORN_KV_UNIQUE : 0);
                     KvTable t(flags, 3 * 131072 - 1, n, 0, 0, 0, 0, 0, !refusals);
                     ASSERT_EQ(t.layout_code, 0u);
-                    if (refusals) {
-                        for (ub8 r = 0; r < 400; ++r)
-                            if (rng() % 3 == 0) t.refuse.insert(r);
-                    }
-                    std::vector<ub1> records(n * 16);
-                    std::vector<ub4> payload4(n);
-                    std::vector<ub8> payload8(n);
-                    for (ub8 i = 0; i < n; ++i) {
-                        std::memcpy(&records[i * 16], &keys[i], 4);
-                        const ub4 r4 = static_cast<ub4>(rids[i]);
-                        std::memcpy(&records[i * 16 + 8], &r4, 4);
-                        payload4[i] = r4;
-                        payload8[i] = rids[i];
-                    }
-                    if (source == 0) for (ub8 &r : rids) r &= 0xffffffffu;  // records carry ub4 rids
+                    for (ub8 r = 0; refusals && r < 400; ++r)
+                        if (rng() % 3 == 0) t.refuse.insert(r);
                     const ub4 stops = run_to_end(t, keys, 17, [&](ub8 *pos, ub8 *status) -> ub8 {
                         const auto g = KvTable::grow;
-                        if (kind == Table::arid4) {
-                            if (source == 0) return vorn_kv_ll_add_k4v4_ridgd_arid4(&t.kv, n, records.data(), pos, g, status);
-                            if (source == 1) return vorn_kv_ll_add_k4v4_key32_payload_arid4(&t.kv, n, keys.data(), payload4.data(), pos, g, status);
-                            return vorn_kv_ll_add_k4v4_key32_autorid_arid4(&t.kv, n, keys.data(), base, pos, g, status);
-                        }
-                        if (source == 0) return vorn_kv_ll_add_k4v8_ridgd_arid8(&t.kv, n, records.data(), pos, g, status);
-                        if (source == 1) return vorn_kv_ll_add_k4v8_key32_payload_arid8(&t.kv, n, keys.data(), payload8.data(), pos, g, status);
+                        const ub1 *rec = records.data();
+                        if (arid4 && source == 0) return vorn_kv_ll_add_k4v4_ridgd_arid4(&t.kv, n, rec, pos, g, status);
+                        if (arid4 && source == 1) return vorn_kv_ll_add_k4v4_key32_payload_arid4(&t.kv, n, keys.data(), rids4.data(), pos, g, status);
+                        if (arid4) return vorn_kv_ll_add_k4v4_key32_autorid_arid4(&t.kv, n, keys.data(), base, pos, g, status);
+                        if (source == 0) return vorn_kv_ll_add_k4v8_ridgd_arid8(&t.kv, n, rec, pos, g, status);
+                        if (source == 1) return vorn_kv_ll_add_k4v8_key32_payload_arid8(&t.kv, n, keys.data(), rids.data(), pos, g, status);
                         return vorn_kv_ll_add_k4v8_key32_autorid_arid8(&t.kv, n, keys.data(), base, pos, g, status);
                     });
                     if (refusals && !unique) { EXPECT_GT(stops, 3u); }  // unique keys ask for nothing
-                    if (kind == Table::arid4 || source == 0)
-                        for (ub8 &r : rids) r &= 0xffffffffu;
+                    if (arid4 || source == 0)
+                        for (ub8 &r : rids) r &= 0xffffffffu;  // records carry ub4 rids
                     const Lists want = model(keys, rids, unique);
+                    auto list = [&](ub4 key) { return arid4 ? arid4_list(t, key) : arid8_list(t, key); };
                     for (ub4 key = 0; key < 3 * 131072; key += (key < 64 ? 1 : 1 + rng() % 97)) {
                         const auto it = want.find(key);
-                        const std::vector<ub8> expect = it == want.end() ? std::vector<ub8>{} : it->second;
-                        ASSERT_EQ(kind == Table::arid4 ? arid4_list(t, key) : arid8_list(t, key), expect) << "key " << key;
+                        ASSERT_EQ(list(key), it == want.end() ? std::vector<ub8>{} : it->second) << "key " << key;
                     }
-                    for (const auto &[key, list] : want)
-                        ASSERT_EQ(kind == Table::arid4 ? arid4_list(t, key) : arid8_list(t, key), list) << "key " << key;
+                    for (const auto &[key, l] : want) ASSERT_EQ(list(key), l) << "key " << key;
                 }
-            }
-        }
-    }
 }
 
 TEST(KvArrays, Arid4ListGrowsThroughRecordAndChunks) {
@@ -281,22 +273,9 @@ TEST(KvArrays, CountsMatchTheModel) {
             const std::vector<ub4> keys = random_keys(rng, n, 5);
             KvTable t(VORN_KV_FLAGS(VORN_KV_K4, 5) | (unique ? VORN_KV_UNIQUE : 0), 5 * 131072, n, 0, 0, 0, 0, 0, !map_late);
             ASSERT_EQ(t.layout_code, 0u);
-            ub8 pos = 0, status[2];
-            ub4 stops = 0;
-            for (;;) {
-                const ub8 code = vorn_kv_ll_add_k4_key32_acnt(&t.kv, n, keys.data(), &pos, KvTable::grow, status);
-                if (code == 0) break;
-                ++stops;
-                if (code == 11) {
-                    ASSERT_EQ(status[0], 0u);
-                    for (ub8 p = 0; p <= status[1]; ++p) t.map_page(0, p);
-                } else {
-                    ASSERT_EQ(code, 12u);
-                    ASSERT_EQ(status[0], 1u);
-                    EXPECT_EQ(status[1], keys[pos] >> 18);
-                    t.map_page(1, status[1]);
-                }
-            }
+            const ub4 stops = run_to_end(t, keys, 18, [&](ub8 *pos, ub8 *status) {
+                return vorn_kv_ll_add_k4_key32_acnt(&t.kv, n, keys.data(), pos, KvTable::grow, status);
+            });
             EXPECT_EQ(stops > 0, map_late || !unique);
             std::map<ub4, ub8> want;
             for (ub4 k : keys) ++want[k];

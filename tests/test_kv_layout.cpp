@@ -9,6 +9,7 @@
 
 #include "kv/kv_entries.h"
 #include "kv/kv_kinds.h"
+#include "support/kv_model.h"
 #include "support/test_host.h"
 
 namespace {
@@ -18,49 +19,35 @@ using vorn::kv::kIdx;
 using vorn::kv::kPtr;
 
 // ---- The kind descriptions ------------------------------------------------------
-// Written out as the table format gives them: kind, name, key, value,
-// entries idx and ptr, count bits; then key and value offsets (base, step)
-// for idx and ptr.
-struct KindRow {
-    ub4 kind;
-    const char *name;
-    ub4 key, value, idx_entries, ptr_entries, count_bits;
-    ub4 idx_key, idx_value, ptr_key, ptr_value;  // offsets of entry 0; steps are key and value
-};
-const KindRow kKindRows[] = {
-    {1, "k2v4", 2, 4, 10, 9, 4, 4, 24, 10, 28},   {2, "k2v8", 2, 8, 6, 5, 3, 4, 16, 10, 24},
-    {3, "k4", 4, 0, 15, 13, 4, 4, 0, 12, 0},      {4, "k4v4", 4, 4, 7, 6, 3, 4, 32, 12, 36},
-    {5, "k4v8", 4, 8, 5, 4, 3, 4, 24, 12, 32},    {6, "k6", 6, 0, 10, 9, 4, 4, 0, 10, 0},
-    {7, "k6v4", 6, 4, 6, 5, 3, 4, 40, 10, 40},    {8, "k6v8", 6, 8, 4, 3, 3, 4, 32, 10, 32},
-    {9, "k8", 8, 0, 7, 6, 3, 8, 0, 16, 0},        {10, "k8v4", 8, 4, 5, 4, 3, 4, 44, 12, 44},
-    {11, "k8v8", 8, 8, 3, 3, 2, 8, 32, 16, 40},   {12, "k10v4", 10, 4, 4, 3, 3, 4, 44, 10, 40},
-    {13, "k12", 12, 0, 5, 4, 3, 4, 0, 12, 0},     {15, "k12v4", 12, 4, 3, 3, 2, 4, 40, 12, 48},
-};
-
+// Against the bucket format as the table model writes it out: sizes, entries,
+// count bits, and the offsets of entries 0 to 2 (steps of the key and value).
 TEST(KvKinds, DescriptionsMatchTheBucketFormat) {
+    const char *names[16] = {"", "k2v4", "k2v8", "k4", "k4v4", "k4v8", "k6", "k6v4", "k6v8",
+                             "k8", "k8v4", "k8v8", "k10v4", "k12", "", "k12v4"};
     ub4 seen = 0;
-    for (const KindRow &r : kKindRows) {
-        const auto &d = kBucketKinds[r.kind];
-        SCOPED_TRACE(r.name);
-        EXPECT_STREQ(d.name, r.name);
-        EXPECT_EQ(d.key_bytes, r.key);
-        EXPECT_EQ(d.value_bytes, r.value);
+    for (ub4 kind = 0; kind < 16; ++kind) {
+        const auto &d = kBucketKinds[kind];
+        const vorntest::KvShape r = vorntest::kv_shape(kind);
+        ASSERT_EQ(d.exists(), r.key_bytes != 0) << kind;
+        if (!d.exists()) continue;
+        SCOPED_TRACE(names[kind]);
+        EXPECT_STREQ(d.name, names[kind]);
+        EXPECT_EQ(d.key_bytes, r.key_bytes);
+        EXPECT_EQ(d.value_bytes, r.value_bytes);
         EXPECT_EQ(d.entries[kIdx], r.idx_entries);
         EXPECT_EQ(d.entries[kPtr], r.ptr_entries);
         EXPECT_EQ(d.count_bits, r.count_bits);
         for (ub4 i = 0; i < 3; ++i) {
-            EXPECT_EQ(d.key_offset(kIdx, i), r.idx_key + r.key * i);
-            EXPECT_EQ(d.key_offset(kPtr, i), r.ptr_key + r.key * i);
-            if (r.value != 0) {
-                EXPECT_EQ(d.value_offset(kIdx, i), r.idx_value + r.value * i);
-                EXPECT_EQ(d.value_offset(kPtr, i), r.ptr_value + r.value * i);
+            EXPECT_EQ(d.key_offset(kIdx, i), r.idx_key + r.key_bytes * i);
+            EXPECT_EQ(d.key_offset(kPtr, i), r.ptr_key + r.key_bytes * i);
+            if (r.value_bytes != 0) {
+                EXPECT_EQ(d.value_offset(kIdx, i), r.idx_value + r.value_bytes * i);
+                EXPECT_EQ(d.value_offset(kPtr, i), r.ptr_value + r.value_bytes * i);
             }
         }
         ++seen;
     }
     EXPECT_EQ(seen, 14u);
-    EXPECT_FALSE(kBucketKinds[0].exists());
-    EXPECT_FALSE(kBucketKinds[14].exists());
 }
 
 TEST(KvKinds, FirstMatchedFlagBits) {
@@ -208,30 +195,27 @@ TEST(KvLayout, EdgeCases) {
     ASSERT_EQ(layout_via_slot(kv, 1, 1, 0, 0, 100, 50, 0), 0u);
     EXPECT_EQ(kv.regions[0].page_count, 1u);
     EXPECT_EQ(kv.regions[0].page_bits, 12u);
-    // force_ptr with R_idx in range still links by address.
-    kv.flags = VORN_KV_FLAGS(VORN_KV_K4V4, 0);
-    ASSERT_EQ(layout_via_slot(kv, 1000, 1000, 0, 0, 1u << 30, 50, 1), 0u);
-    EXPECT_TRUE(kv.flags & VORN_KV_PTR);
-    EXPECT_EQ(kv.regions[0].entries, 6u);
-    EXPECT_EQ(kv.regions[1].group_bits, 0u);
-    // R_idx equal to idx_min_units takes idx; one less takes ptr.
-    const ub8 rows = 7 * 40;  // R_idx = 40
-    kv.flags = VORN_KV_FLAGS(VORN_KV_K4V4, 0);
-    ASSERT_EQ(layout_via_slot(kv, rows, rows, 0, 40, 1u << 30, 50, 0), 0u);
-    EXPECT_FALSE(kv.flags & VORN_KV_PTR);
-    EXPECT_EQ(kv.regions[0].entries, 7u);
-    EXPECT_EQ(kv.regions[1].group_bits, 4u);
-    kv.flags = VORN_KV_FLAGS(VORN_KV_K4V4, 0);
-    ASSERT_EQ(layout_via_slot(kv, rows, rows, 0, 41, 1u << 30, 50, 0), 0u);
-    EXPECT_TRUE(kv.flags & VORN_KV_PTR);
-    // R_idx one above the count limit never takes idx (k8v8: 30 link bits).
-    const ub8 over = ((ub8{1} << 30) - 1 + 1) * 3;
-    kv.flags = VORN_KV_FLAGS(VORN_KV_K8V8, 0);
-    ASSERT_EQ(layout_via_slot(kv, 10, over, 0, 0, 0xffffffffu, 50, 0), 0u);
-    EXPECT_TRUE(kv.flags & VORN_KV_PTR);
-    kv.flags = VORN_KV_FLAGS(VORN_KV_K8V8, 0);
-    ASSERT_EQ(layout_via_slot(kv, 10, over - 3, 0, 0, 0xffffffffu, 50, 0), 0u);
-    EXPECT_FALSE(kv.flags & VORN_KV_PTR);
+    // The link: force_ptr with R_idx in range takes ptr; R_idx equal to
+    // idx_min_units takes idx, one less ptr; R_idx one above the count limit
+    // (k8v8: 30 link bits) never takes idx.
+    const ub8 rows = 7 * 40, over = (ub8{1} << 30) * 3;  // R_idx = 40; 2^30
+    const struct {
+        ub4 kind;
+        ub8 de, rc;
+        ub4 idx_min, fill_min, force;
+        bool ptr;
+    } links[] = {
+        {VORN_KV_K4V4, 1000, 1000, 0, 1u << 30, 1, true},      {VORN_KV_K4V4, rows, rows, 40, 1u << 30, 0, false},
+        {VORN_KV_K4V4, rows, rows, 41, 1u << 30, 0, true},     {VORN_KV_K8V8, 10, over, 0, 0xffffffffu, 0, true},
+        {VORN_KV_K8V8, 10, over - 3, 0, 0xffffffffu, 0, false},
+    };
+    for (const auto &c : links) {
+        kv.flags = VORN_KV_FLAGS(c.kind, 0);
+        ASSERT_EQ(layout_via_slot(kv, c.de, c.rc, 0, c.idx_min, c.fill_min, 50, c.force), 0u);
+        EXPECT_EQ(bool(kv.flags & VORN_KV_PTR), c.ptr) << c.rc << " " << c.idx_min;
+        EXPECT_EQ(kv.regions[0].entries, kBucketKinds[c.kind].entries[c.ptr ? kPtr : kIdx]);
+        EXPECT_EQ(kv.regions[1].group_bits, c.ptr ? 0u : 4u);
+    }
     // fill_percent 0 means twice the buckets at any size.
     kv.flags = VORN_KV_FLAGS(VORN_KV_K4V4, 0);
     ASSERT_EQ(layout_via_slot(kv, 6ull << 22, 6ull << 22, 0, 0, 0, 0, 1), 0u);
