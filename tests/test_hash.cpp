@@ -159,68 +159,44 @@ Dictionary random_dictionary(std::mt19937_64 &rng, ub4 count, bool variable) {
 
 const ub4 kHashedWidths[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 24, 32, 64};
 
-TEST(Hash, PackedCodesEveryWidthBothDictionaries) {
+// Packed codes of every width (and a code array, width 0) into fixed and
+// variable dictionaries.
+TEST(Hash, CodesEveryWidthBothDictionaries) {
     std::mt19937_64 rng(12);
-    for (ub4 w : kHashedWidths) {
-        for (int variable = 0; variable < 2; ++variable) {
-            for (ub8 n : {ub8{0}, ub8{1}, ub8{45}, ub8{200}}) {
-                const ub4 count = static_cast<ub4>(w >= 6 ? 50 : ub8{1} << w);
+    std::vector<ub4> widths(std::begin(kHashedWidths), std::end(kHashedWidths));
+    widths.push_back(0);
+    for (ub4 w : widths)
+        for (int variable = 0; variable < 2; ++variable)
+            for (ub8 n : kRowCounts) {
+                const ub4 count = static_cast<ub4>(w == 0 ? 77 : w >= 6 ? 50 : ub8{1} << w);
                 const Dictionary dict = random_dictionary(rng, count, variable);
                 std::vector<ub8> codes(n);
                 for (auto &c : codes) c = rng() % count;
-                auto col = packed_column(codes, w);
-                dict.attach(col->enc);
                 std::vector<Expect> rows;
                 for (ub8 c : codes) rows.push_back(dict.symbols[c]);
                 SCOPED_TRACE(testing::Message() << "width " << w << " variable " << variable);
-                check_hash(&col->vec, rows, rng);
+                CodeArray array(std::vector<ub4>(codes.begin(), codes.end()));
+                auto packed = packed_column(codes, w == 0 ? 8 : w);
+                vorn_enc_ctx &enc = w == 0 ? array.enc : packed->enc;
+                dict.attach(enc);
+                check_hash(w == 0 ? &array.vec : &packed->vec, rows, rng);
             }
-        }
-    }
 }
 
-TEST(Hash, CodeArrayBothDictionaries) {
-    std::mt19937_64 rng(13);
-    for (int variable = 0; variable < 2; ++variable) {
-        for (ub8 n : kRowCounts) {
-            const Dictionary dict = random_dictionary(rng, 77, variable);
-            std::vector<ub4> codes(n);
-            for (auto &c : codes) c = static_cast<ub4>(rng() % 77);
-            CodeArray col(codes);
-            dict.attach(col.enc);
-            std::vector<Expect> rows;
-            for (ub4 c : codes) rows.push_back(dict.symbols[c]);
-            check_hash(&col.vec, rows, rng);
-        }
-    }
-}
-
+// Fixed symbols of length 0 are hashed with length 0; the length of a
+// variable symbol is the offsets' difference modulo 65536.
 TEST(Hash, DictionaryLengthRules) {
     std::mt19937_64 rng(14);
-    // Fixed symbols of length 0: every row is hashed with length 0.
-    {
-        const Dictionary dict = Dictionary::fixed(rng, 4, 0);
-        CodeArray col({0, 3, 1, 2, 2});
-        dict.attach(col.enc);
-        g_calls.clear();
-        SeedColumn seeds({5});
-        std::vector<ub8> out(5);
-        vorn_vec res{};
-        res.data = out.data();
-        ASSERT_EQ(ctx().vorn_hash_dydi(&res, &col.vec, &seeds.vec, recording_hash, nullptr), 0u);
-        ASSERT_EQ(g_calls.size(), 5u);
-        for (const Call &c : g_calls) EXPECT_EQ(c.len, 0u);
-    }
-    // Variable symbols: the length is the offsets' difference modulo 65536.
-    {
-        const Dictionary dict = Dictionary::variable(rng, {65536, 3, 65537, 0, 70000});
-        CodeArray col({0, 1, 2, 3, 4, 0});
-        dict.attach(col.enc);
+    const Dictionary none = Dictionary::fixed(rng, 4, 0);
+    const Dictionary wide = Dictionary::variable(rng, {65536, 3, 65537, 0, 70000});
+    EXPECT_EQ(wide.symbols[0].len, 0u);
+    EXPECT_EQ(wide.symbols[2].len, 1u);
+    EXPECT_EQ(wide.symbols[4].len, 70000u - 65536u);
+    for (const Dictionary *dict : {&none, &wide}) {
+        CodeArray col({0, 3, 1, 2, 2, 4 % static_cast<ub4>(dict->symbols.size())});
+        dict->attach(col.enc);
         std::vector<Expect> rows;
-        for (ub4 c : col.values) rows.push_back(dict.symbols[c]);
-        EXPECT_EQ(rows[0].len, 0u);
-        EXPECT_EQ(rows[2].len, 1u);
-        EXPECT_EQ(rows[4].len, 70000u - 65536u);
+        for (ub4 c : col.values) rows.push_back(dict->symbols[c]);
         check_hash(&col.vec, rows, rng);
     }
 }
