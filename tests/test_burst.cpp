@@ -51,17 +51,27 @@ std::vector<ub8> run_bits_with(std::mt19937_64 &rng, ub4 runs, ub4 ones) {
     return v;
 }
 
+// A column of runs of zero codes with the given lengths, and its cumulative
+// lengths (switched on and off by use_cla).
+std::unique_ptr<Column> rle_column(const std::vector<ub4> &lengths, unsigned len_bits) {
+    auto col = packed_column(std::vector<ub8>(lengths.size(), 0), 8);
+    col->make_rle(lengths, len_bits);
+    col->add_cla();
+    return col;
+}
+void use_cla(Column &col, bool cla) { col.enc.rle_cla = cla ? col.cla.data() : nullptr; }
+
 struct Call {
     ub8 code;
     ub4 num_ones;
 };
 
-Call burst(Column &col, Result &res, const std::vector<ub8> &run_bits, ub8 ones, unsigned len_bits, bool cla) {
+Call burst(Column &col, vorn_vec &res, const std::vector<ub8> &run_bits, ub8 ones, unsigned len_bits, bool cla) {
     vorn_kernel_ctx k{};
     k.bv_aux = run_bits.data();
     k.num_ones = ones;
-    const ub8 code = kernel(burst_index(len_bits, cla)).decode(&res.vec, &col.vec, &k);
-    return {code, res.vec.num_ones};
+    const ub8 code = kernel(burst_index(len_bits, cla)).decode(&res, &col.vec, &k);
+    return {code, res.num_ones};
 }
 
 void expect_rows(const Result &res, const Expected &e, const Call &c, const std::string &what) {
@@ -92,17 +102,14 @@ TEST(Burst, AgreesWithTheModelOnEveryPathAndForm) {
         for (ub4 runs : {1u, 3u, 49u, 50u, 63u, 64u, 65u, 100u, 127u, 128u, 129u, 300u, 1001u, 4099u}) {
             for (ub4 ones : ones_to_try(runs)) {
                 const auto lengths = random_lengths(rng, runs, len_bits);
-                auto col = packed_column(std::vector<ub8>(runs, 0), 8);
-                col->make_rle(lengths, len_bits);
-                col->add_cla();
+                auto col = rle_column(lengths, len_bits);
                 const auto run_bits = run_bits_with(rng, runs, ones);
                 const Expected e = model(lengths, run_bits);
                 seen[static_cast<int>(vorn::burst::choose_path(ones, runs))] = true;
                 for (bool cla : {false, true}) {
-                    if (!cla) col->enc.rle_cla = nullptr;
-                    else col->enc.rle_cla = col->cla.data();
+                    use_cla(*col, cla);
                     Result res(col->vec.size, 0xfeedfacecafebeefull);
-                    const Call c = burst(*col, res, run_bits, ones, len_bits, cla);
+                    const Call c = burst(*col, res.vec, run_bits, ones, len_bits, cla);
                     expect_rows(res, e, c,
                                 kernel_name(len_bits, cla) + " runs " + std::to_string(runs) + " ones " +
                                     std::to_string(ones));
@@ -126,19 +133,17 @@ TEST(Burst, LongRunsAtEveryOffset) {
                     // runs instead, so that the run is cleared from all ones
                     // on the paths that start full.
                     std::vector<ub4> lengths = {lead, len, 3};
-                    auto col = packed_column({0, 0, 0}, 8);
-                    col->make_rle(lengths, len_bits);
-                    col->add_cla();
+                    auto col = rle_column(lengths, len_bits);
                     std::vector<ub8> bits = {clear ? 0b101ull : 0b010ull, 0};
                     const Expected e = model(lengths, bits);
                     for (bool cla : {false, true}) {
-                        col->enc.rle_cla = cla ? col->cla.data() : nullptr;
+                        use_cla(*col, cla);
                         // A count of 1 takes a walk of the ones, 3 the walk
                         // of the zeros from all ones: the kernels trust
                         // num_ones for the path and the bits for the rows.
                         for (ub8 ones : {ub8{1}, ub8{3}}) {
                             Result res(col->vec.size);
-                            const Call c = burst(*col, res, bits, ones, len_bits, cla);
+                            const Call c = burst(*col, res.vec, bits, ones, len_bits, cla);
                             expect_rows(res, e, c, kernel_name(len_bits, cla) + " len " + std::to_string(len));
                         }
                     }
@@ -150,14 +155,12 @@ TEST(Burst, LongRunsAtEveryOffset) {
 
 TEST(Burst, RunsOfLengthZeroSetNothing) {
     TestHost host;
-    auto col = packed_column({0, 0, 0}, 8);
-    col->make_rle({0, 0, 0}, 8);
-    col->add_cla();
+    auto col = rle_column({0, 0, 0}, 8);
     std::vector<ub8> bits = {0b111};
     for (bool cla : {false, true}) {
-        col->enc.rle_cla = cla ? col->cla.data() : nullptr;
+        use_cla(*col, cla);
         Result res(0);
-        const Call c = burst(*col, res, bits, 3, 8, cla);
+        const Call c = burst(*col, res.vec, bits, 3, 8, cla);
         EXPECT_EQ(c.code, 1u);
         EXPECT_EQ(c.num_ones, 0u);
         EXPECT_TRUE(res.guard_intact());
@@ -176,9 +179,7 @@ TEST(Burst, TouchesAtMostSevenBytesBehindTheLastWord) {
         for (ub4 l : lengths) rows += l;
         lengths.push_back(static_cast<ub4>((64 - rows % 64) % 64));  // end on a word
         lengths.push_back(0);                                        // and a run of 0 there
-        auto col = packed_column(std::vector<ub8>(lengths.size(), 0), 8);
-        col->make_rle(lengths, 8);
-        col->add_cla();
+        auto col = rle_column(lengths, 8);
         const ub4 n = static_cast<ub4>(lengths.size());
         const ub4 ones = static_cast<ub4>(rng() % (n + 1));
         const auto bits = run_bits_with(rng, n, ones);
@@ -189,14 +190,11 @@ TEST(Burst, TouchesAtMostSevenBytesBehindTheLastWord) {
         std::unique_ptr<ub1[]> exact(new ub1[words * 8 + 7]);
         ub8 *bv = reinterpret_cast<ub8 *>(exact.get());
         for (bool cla : {false, true}) {
-            col->enc.rle_cla = cla ? col->cla.data() : nullptr;
+            use_cla(*col, cla);
             vorn_vec res{};
             res.size = col->vec.size;
             res.res_bv = bv;
-            vorn_kernel_ctx k{};
-            k.bv_aux = bits.data();
-            k.num_ones = ones;
-            kernel(burst_index(8, cla)).decode(&res, &col->vec, &k);
+            burst(*col, res, bits, ones, 8, cla);
             for (ub4 i = 0; i < e.rows.size(); ++i) ASSERT_EQ(vornhost::test_bit(bv, i), e.rows[i]);
         }
     }
@@ -208,9 +206,7 @@ TEST(BurstDeathTest, AssertsARunLengthColumnAndTwoVectors) {
     for (unsigned len_bits : {8u, 16u}) {
         for (bool cla : {false, true}) {
             const std::string name = kernel_name(len_bits, cla);
-            auto col = packed_column({0}, 8);
-            col->make_rle({4}, len_bits);
-            col->add_cla();
+            auto col = rle_column({4}, len_bits);
             std::vector<ub8> run_bits = {1, 0};
             Result res(4);
             vorn_kernel_ctx k{};
