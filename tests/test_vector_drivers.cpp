@@ -39,6 +39,20 @@ double model_for(unsigned elem, unsigned L, const std::vector<ub1> &a, const std
     return euclid_model(L, elem, a, b, dim, metric);
 }
 
+// A result column of `cap` doubles (one more behind it), all kUnset, in the
+// native or the C form.
+struct DoubleResult {
+    std::vector<double> out;
+    vorn_enc_ctx enc{};
+    vorn_vec vec{};
+    explicit DoubleResult(std::size_t cap, bool c_form = false) : out(cap + 1, kUnset) {
+        enc.flags = c_form ? 0 : VORN_NATIVE_FP;
+        vec.enc_ctx = &enc;
+        vec.data = out.data();
+        vec.size = static_cast<ub4>(cap);
+    }
+};
+
 // Reads result k in the result's form.
 double result_at(const std::vector<double> &out, std::size_t k, bool c_form) {
     if (!c_form) return out[k];
@@ -60,14 +74,10 @@ TEST(VectorDistance, UniformSingleAndPairedAgainstTheModel) {
                     UnifColumn right(elem, dim, n, rng), left(elem, dim, paired ? n : 1, rng);
                     Selection sel(rng, kind, n);
                     const ub8 cap = 1 + rng() % (n + 20);
-                    std::vector<double> out(cap + 1, kUnset);
-                    vorn_enc_ctx res_enc{};
                     const bool c_result = rng() % 2;
-                    res_enc.flags = c_result ? 0 : VORN_NATIVE_FP;
-                    vorn_vec res{};
-                    res.enc_ctx = &res_enc;
-                    res.data = out.data();
-                    res.size = static_cast<ub4>(cap);
+                    DoubleResult result(cap, c_result);
+                    const auto &out = result.out;
+                    vorn_vec &res = result.vec;
                     std::vector<ub1> scratch(8 * dim + 16, 0x77);
                     const bool with_scratch = rng() % 2;
                     const vorn_kernel_ctx before = sel.k;
@@ -94,27 +104,20 @@ TEST(VectorDistance, CQueryDecodedOnceIntoScratch) {
     for (unsigned elem : {kCFloat, kCDouble}) {
         const unsigned dim = 37;
         UnifColumn right(elem == kCFloat ? kFloat : kDouble, dim, 50, rng), left(elem, dim, 1, rng);
-        std::vector<double> with(50), without(50);
         std::vector<ub1> scratch(8 * dim + 16, 0x77);
-        vorn_enc_ctx native{};
-        native.flags = VORN_NATIVE_FP;
-        vorn_vec res{};
-        res.enc_ctx = &native;
-        res.size = 50;
-        res.data = with.data();
-        ASSERT_EQ(ctx().vorn_vector_distance_dydi(&res, &right.vec, &left.vec, 2, 0, nullptr, scratch.data()), 0u);
-        res.data = without.data();
-        ASSERT_EQ(ctx().vorn_vector_distance_dydi(&res, &right.vec, &left.vec, 2, 0, nullptr, nullptr), 0u);
+        DoubleResult with(50), without(50);
+        ASSERT_EQ(ctx().vorn_vector_distance_dydi(&with.vec, &right.vec, &left.vec, 2, 0, nullptr, scratch.data()), 0u);
+        ASSERT_EQ(ctx().vorn_vector_distance_dydi(&without.vec, &right.vec, &left.vec, 2, 0, nullptr, nullptr), 0u);
         for (unsigned r = 0; r < 50; ++r) {
             const double want = euclid_model(elem, elem == kCFloat ? kFloat : kDouble, left.rows[0], right.rows[r], dim, 2);
-            ASSERT_TRUE(same_bits(with[r], want));
-            ASSERT_TRUE(same_bits(without[r], want));
+            ASSERT_TRUE(same_bits(with.out[r], want));
+            ASSERT_TRUE(same_bits(without.out[r], want));
         }
         // Against a single row the query is not decoded: scratch stays as it was.
         std::vector<ub1> untouched(scratch.size(), 0x77);
         right.vec.size = 1;
-        res.size = 1;
-        ASSERT_EQ(ctx().vorn_vector_distance_dydi(&res, &right.vec, &left.vec, 2, 0, nullptr, untouched.data()), 0u);
+        with.vec.size = 1;
+        ASSERT_EQ(ctx().vorn_vector_distance_dydi(&with.vec, &right.vec, &left.vec, 2, 0, nullptr, untouched.data()), 0u);
         EXPECT_TRUE(std::all_of(untouched.begin(), untouched.end(), [](ub1 b) { return b == 0x77; }));
     }
 }
@@ -201,13 +204,9 @@ TEST(VectorDistance, FlexibleRowsWithFaults) {
                 FlexColumn right(rng, n, dim, true, true), left(rng, paired ? n : 1, dim, paired, false);
                 Selection sel(rng, kind, n);
                 const ub8 cap = 1 + rng() % (n + 10);
-                std::vector<double> out(cap + 1, kUnset);
-                vorn_enc_ctx native{};
-                native.flags = VORN_NATIVE_FP;
-                vorn_vec res{};
-                res.enc_ctx = &native;
-                res.data = out.data();
-                res.size = static_cast<ub4>(cap);
+                DoubleResult result(cap);
+                const auto &out = result.out;
+                vorn_vec &res = result.vec;
                 const auto bits_before = sel.bits;
                 const vorn_kernel_ctx before = sel.k;
                 const auto rows = walked_rows(sel.k, n, cap);
