@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "support/test_host.h"
-#include "support/vector_model.h"
+#include "support/distance_model.h"
 #include "vector/vector_entries.h"
 
 namespace {
@@ -350,20 +350,12 @@ TEST(VectorArith, EntryRefusalsAndFailures) {
 
 // ---- Flexible columns ------------------------------------------------------------
 
-// A stored value: header, the 8-byte field (zeros) and the body at its
-// offset: 17, or 24 for a native float or double body.
+// A stored value of some version (the header of distance_model.h).
 std::vector<ub1> stored(ub1 version, ub1 flags, ub1 format, ub4 dims, const std::vector<ub1> &body) {
-    const bool aligned = (flags & 0x08) && !(flags & 0x20) && (format == 2 || format == 3);
-    std::vector<ub1> v(aligned ? 24 : 17, 0);
-    v[0] = 0xDB;
+    auto v = stored_value(format, flags, dims, body);
     v[1] = version;
-    v[3] = flags;
-    v[4] = format;
-    for (unsigned i = 0; i < 4; ++i) v[5 + i] = static_cast<ub1>(dims >> (24 - 8 * i));
-    v.insert(v.end(), body.begin(), body.end());
     return v;
 }
-ub1 format_of(unsigned f) { return is_dbl(f) ? 3 : is_flt(f) ? 2 : 4; }
 std::size_t body_offset_of(unsigned f) { return is_c(f) || f == kInt8 ? 17 : 24; }
 
 // One row of a flexible column as the model sees it: its form, count and
@@ -496,20 +488,13 @@ TEST(VectorArith, FlexibleRowsAgainstTheModel) {
                         right.rows.push_back(flex_row(rng, dims, true));
                     }
                 left.finish();
-                unsigned scalar_form = static_cast<unsigned>(rng() % kFormCount);
-                std::vector<ub1> scalar = random_elems(rng, scalar_form, 1);
-                vorn_enc_ctx scalar_enc{};
-                vorn_vec scalar_vec{};
-                if (shape == 2) {
-                    scalar_enc.elem_type = type_of(scalar_form);
-                    scalar_enc.flags = VORN_CONST | (is_c(scalar_form) ? 0u : VORN_NATIVE_FP);
-                    scalar_vec.enc_ctx = &scalar_enc;
-                    scalar_vec.data = scalar.data();
-                    scalar_vec.size = 1;
-                } else {
-                    right.finish();
-                }
-                vorn_vec *rv = shape == 2 ? &scalar_vec : &right.vec;
+                const unsigned scalar_form = static_cast<unsigned>(rng() % kFormCount);
+                VecColumn scalar_column(scalar_form, 0, 1, false);
+                scalar_column.fill(rng, scalar_form, 1);
+                scalar_column.enc.flags |= VORN_CONST;
+                const std::vector<ub1> &scalar = scalar_column.rows[0];
+                if (shape != 2) right.finish();
+                vorn_vec *rv = shape == 2 ? &scalar_column.vec : &right.vec;
 
                 const ub8 cap = 1 + rng() % (n + 20);
                 const std::size_t buffer = 24 + 47 * 8;

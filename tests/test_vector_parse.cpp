@@ -101,16 +101,10 @@ void check_call(std::mt19937_64 &rng, const Settings &s, const std::vector<Units
         ASSERT_EQ(res.data[m.out.size()], 0xEE) << "nothing behind the last row";
     }
     for (uint32_t r = 0; r < m.done; ++r) {
-        if (with_norms) {
-            ASSERT_TRUE(same(res.norms[r], m.norms[r])) << r;
-        }
-        if (s.dims == 0) {
-            ASSERT_EQ(res.lengths[r], m.lengths[r]);
-        }
+        ASSERT_TRUE(!with_norms || same(res.norms[r], m.norms[r])) << "norm of row " << r;
+        ASSERT_TRUE(s.dims != 0 || res.lengths[r] == m.lengths[r]) << "length of row " << r;
     }
-    if (!with_norms) {
-        ASSERT_EQ(res.norms[0], -1.0);
-    }
+    ASSERT_TRUE(with_norms || res.norms[0] == -1.0) << "norms written without a norm vector";
     if (with_bad && m.code == 0) {
         std::vector<ub8> want(bad.size(), 0);
         for (uint32_t r : m.bad) want[r >> 6] |= ub8(1) << (r & 63);
@@ -179,7 +173,6 @@ TEST(VectorParse, NamedCases) {
     EXPECT_EQ(parse_one("[1e]", 1, 0).code, 21u);
     EXPECT_EQ(parse_one("[ 1 , 2 ] ", 1, 0).code, 0u);
     EXPECT_EQ(parse_one("[]", 1, 0).code, 21u);
-    EXPECT_NE(parse_one("[]", 1, 0).code, 0u);
     EXPECT_EQ(parse_one("[1e39]", 1, 0).code, 21u);
     EXPECT_EQ(parse_one("[1e39]", 2, 0).code, 0u);
     EXPECT_EQ(parse_one("[1e39]", 1, 0, true, true).bad, 1u);
@@ -236,11 +229,9 @@ TEST(VectorParse, FailedRowsLeaveNoElements) {
     ASSERT_EQ(ctx().vorn_vector_parse_dydi(&res.vec, nullptr, &src.vec, &bad, &kctx), 0u);
     EXPECT_EQ(bad, 2u);
     EXPECT_EQ(kctx.num_ones, 2u);
-    double got[3];
-    std::memcpy(got, res.data.data(), sizeof got);
-    EXPECT_EQ(got[0], 1.0);
-    EXPECT_EQ(got[1], 2.0);
-    EXPECT_EQ(got[2], 4.0);
+    std::vector<double> got(3);
+    std::memcpy(got.data(), res.data.data(), 24);
+    EXPECT_EQ(got, (std::vector<double>{1, 2, 4}));
     EXPECT_EQ(res.lengths[0], 2);
     EXPECT_EQ(res.lengths[1], 1);
 }
