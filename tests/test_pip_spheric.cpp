@@ -24,6 +24,7 @@ struct P3 {
     double x, y, z;
 };
 P3 operator-(P3 a, P3 b) { return {a.x - b.x, a.y - b.y, a.z - b.z}; }
+P3 operator+(P3 a, P3 b) { return {a.x + b.x, a.y + b.y, a.z + b.z}; }
 double dot(P3 a, P3 b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
 double norm2(P3 a) { return dot(a, a); }
 P3 cross(P3 a, P3 b) { return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x}; }
@@ -75,7 +76,7 @@ ModelCap model_cap(const Points &poly, double eps) {
         }
     }
     if (r2 >= 1.0) return {false, {}, {}, 0};
-    return {true, p, {2.0 * f.x - p.x, 2.0 * f.y - p.y, 2.0 * f.z - p.z}, r2 + eps};
+    return {true, p, scaled(f, 2.0) - p, r2 + eps};
 }
 
 ub1 model_point(const Points &poly, const ModelCap &cap, P3 v, double eps) {
@@ -135,10 +136,8 @@ Points star(std::mt19937_64 &rng, P3 centre, double radius, std::size_t n) {
     Points p;
     for (double t : angles) {
         const double rho = r(rng);
-        const P3 dir = {e1.x * std::cos(t) + e2.x * std::sin(t), e1.y * std::cos(t) + e2.y * std::sin(t),
-                        e1.z * std::cos(t) + e2.z * std::sin(t)};
-        p.add(unit({centre.x * std::cos(rho) + dir.x * std::sin(rho), centre.y * std::cos(rho) + dir.y * std::sin(rho),
-                    centre.z * std::cos(rho) + dir.z * std::sin(rho)}));
+        const P3 dir = scaled(e1, std::cos(t)) + scaled(e2, std::sin(t));
+        p.add(unit(scaled(centre, std::cos(rho)) + scaled(dir, std::sin(rho))));
     }
     return p;
 }
@@ -149,17 +148,13 @@ Points probes(std::mt19937_64 &rng, const Points &poly, P3 centre, double radius
     Points q;
     std::uniform_real_distribution<double> t(0, 1);
     for (int i = 0; i < 8; ++i) q.add(random_unit(rng));
-    for (int i = 0; i < 24; ++i) {
-        const P3 r = random_unit(rng);
-        q.add(unit({centre.x + radius * r.x, centre.y + radius * r.y, centre.z + radius * r.z}));
-    }
+    for (int i = 0; i < 24; ++i) q.add(unit(centre + scaled(random_unit(rng), radius)));
     q.add(scaled(centre, -1));
     for (int i = 0; i < 6 && poly.size(); ++i) {
         const std::size_t a = rng() % poly.size(), b = (a + 1) % poly.size();
         q.add(poly.at(a));
         const double s = t(rng);
-        const P3 on = unit({poly.x[a] + s * (poly.x[b] - poly.x[a]), poly.y[a] + s * (poly.y[b] - poly.y[a]),
-                            poly.z[a] + s * (poly.z[b] - poly.z[a])});
+        const P3 on = unit(poly.at(a) + scaled(poly.at(b) - poly.at(a), s));
         q.add(on);
         q.add(unit({on.x + 1e-7 * (t(rng) - 0.5), on.y + 1e-7 * (t(rng) - 0.5), on.z}));
     }
@@ -254,7 +249,7 @@ TEST(SphericPip, ParityAgreesWithS2) {
         Points pts;
         for (int i = 0; i < 80; ++i) {
             const P3 r = random_unit(rng);
-            const P3 p = i < 60 ? unit({centre.x + radius * r.x, centre.y + radius * r.y, centre.z + radius * r.z}) : r;
+            const P3 p = i < 60 ? unit(centre + scaled(r, radius)) : r;
             const S2Point sp(p.x, p.y, p.z);
             S1ChordAngle nearest = S1ChordAngle::Infinity();
             for (std::size_t k = 0; k < n; ++k) S2::UpdateMinDistance(sp, vertices[k], vertices[(k + 1) % n], &nearest);
