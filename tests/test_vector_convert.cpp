@@ -47,21 +47,13 @@ Want model(unsigned S, unsigned R, unsigned dim, ub4 rows, const std::vector<ub1
             if (ok) put(row, R, i, out);
             sum += sq;
         }
+        if (!ok && !with_bad) { w.code = 22; return w; }
         if (!ok) {
-            if (!with_bad) {
-                w.code = 22;
-                return w;
-            }
             w.bad[r / 64] |= ub8{1} << (r % 64);
             continue;
         }
-        if (with_norms) {
-            if (exp_ones(sum, false)) {
-                w.code = 4;
-                return w;
-            }
-            w.norms.push_back(sum < 0.0 ? 0.0 : std::sqrt(sum));
-        }
+        if (with_norms && exp_ones(sum, false)) { w.code = 4; return w; }
+        if (with_norms) w.norms.push_back(sum < 0.0 ? 0.0 : std::sqrt(sum));
         w.out.insert(w.out.end(), row.begin(), row.end());
     }
     return w;
@@ -69,10 +61,7 @@ Want model(unsigned S, unsigned R, unsigned dim, ub4 rows, const std::vector<ub1
 
 double edge_value(std::mt19937_64 &rng, unsigned S) {
     static const double edges[] = {127.0, -128.0, 127.4, -128.5, 126.5, -127.5, 0.5, -0.5, 2.5, 1e39, -1e39};
-    if (S != kInt8 && rng() % 8 == 0) {
-        const double e = edges[rng() % (is_dbl(S) ? 11 : 9)];
-        return e;
-    }
+    if (S != kInt8 && rng() % 8 == 0) return edges[rng() % (is_dbl(S) ? 11 : 9)];
     return random_value(rng, S) / (rng() % 2 ? 1.0 : 1e35);
 }
 
