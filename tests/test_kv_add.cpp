@@ -214,9 +214,7 @@ TEST(KvLowLevelAddDeathTest, LinkThatDoesNotFitFailsTheAssertion) {
                  "vornc_x86.*link == \\(\\(new_id \\+ 1\\) << count_bits\\)");
 }
 
-}  // namespace
 
-namespace {
 TEST(KvLowLevelAdd, TheBuildSlotIsServed) {
     EXPECT_NE(reinterpret_cast<const void *>(vorntest::ctx().vorn_create_add_kv_dydi), nullptr);
     EXPECT_NE(reinterpret_cast<const void *>(vorntest::ctx().vorn_layout_kv_dydi), nullptr);

@@ -339,9 +339,7 @@ TEST(KvArrays, TheEntryChoosesTheArrayMember) {
     EXPECT_EQ(vorntest::ctx().vorn_create_add_kv_dydi(&c.kv, nullptr, nullptr, &key_vec, -1, &ctx, KvTable::grow, status), 2u);
 }
 
-}  // namespace
 
-namespace {
 
 // Hands out a list-record id that does not fit a slot word.
 ub8 grant_wide_id(vorn_kv_region *, ub8, ub8 *id, ...) {
