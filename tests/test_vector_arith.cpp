@@ -236,35 +236,25 @@ TestHost &host() {
     return h;
 }
 
-// A uniform vector column of `rows` rows of `dim` elements in form f, each
-// row its own allocation behind a pointer.
+// A uniform vector column of `n` rows of `dim` elements in form f, each row
+// its own allocation behind a pointer: random elements when given `rng`,
+// else fill bytes.  Without `column`, one value: `data` points at it.
 struct VecColumn {
     vorn_enc_ctx enc{};
     vorn_vec vec{};
     std::vector<std::vector<ub1>> rows;
     std::vector<void *> ptrs;
-    VecColumn(unsigned f, unsigned dim, std::size_t n, bool column = true) {
+    VecColumn(unsigned f, unsigned dim, std::size_t n, std::mt19937_64 *rng = nullptr, bool column = true) {
         enc.elem_type = type_of(f);
         enc.flags = (is_c(f) ? 0u : VORN_NATIVE_FP) | (column ? VORN_VEC_COLUMN : 0u);
         enc.vec_dim = dim;
-        rows.resize(n);
-        ptrs.resize(n);
+        for (std::size_t r = 0; r < n; ++r) {
+            rows.push_back(rng ? random_elems(*rng, f, dim) : std::vector<ub1>(std::size_t(dim) * bytes_of(f), kFillByte));
+            ptrs.push_back(rows.back().data());
+        }
         vec.enc_ctx = &enc;
         vec.size = static_cast<ub4>(n);
-        vec.data = column ? static_cast<void *>(ptrs.data()) : nullptr;
-    }
-    void fill(std::mt19937_64 &rng, unsigned f, unsigned dim) {
-        for (std::size_t r = 0; r < rows.size(); ++r) {
-            rows[r] = random_elems(rng, f, dim);
-            ptrs[r] = rows[r].data();
-        }
-        if (!VORN_ENC_CTX_FLAG(&enc, VORN_VEC_COLUMN)) vec.data = rows[0].data();
-    }
-    void blank(unsigned f, unsigned dim) {
-        for (std::size_t r = 0; r < rows.size(); ++r) {
-            rows[r].assign(std::size_t(dim) * bytes_of(f), kFillByte);
-            ptrs[r] = rows[r].data();
-        }
+        vec.data = column ? static_cast<void *>(ptrs.data()) : rows[0].data();
     }
 };
 
@@ -276,17 +266,13 @@ TEST(VectorArith, EntryWalksPairedSingleAndScalar) {
             for (unsigned trial = 0; trial < 6; ++trial) {
                 const unsigned A = kCFloat, B = shape == 2 ? kInt8 : kFloat, R = kCDouble;
                 const ub4 n = 1 + static_cast<ub4>(rng() % 600);
-                VecColumn left(A, dim, shape == 1 ? 1 : n), right(B, dim, shape == 0 ? n : shape == 1 ? n : 1);
-                left.fill(rng, A, dim);
-                right.fill(rng, B, dim);
+                VecColumn left(A, dim, shape == 1 ? 1 : n, &rng), right(B, dim, shape == 2 ? 1 : n, &rng);
                 if (shape == 2) {
                     right.enc.flags = VORN_NATIVE_FP | VORN_CONST;
                     right.vec.data = right.rows[0].data();
                 }
                 const ub8 cap = 1 + rng() % (n + 40);
                 VecColumn res(R, dim, cap);
-                res.blank(R, dim);
-                res.vec.size = static_cast<ub4>(cap);
                 std::vector<double> norms(cap, -1.0);
                 double *norm_ptr = norms.data();
                 vorn_kernel_ctx k = host().kctx();
@@ -311,10 +297,7 @@ TEST(VectorArith, EntryWalksPairedSingleAndScalar) {
 
 TEST(VectorArith, EntryRefusalsAndFailures) {
     std::mt19937_64 rng(14);
-    VecColumn a(kFloat, 4, 3), b(kFloat, 4, 2), r(kFloat, 4, 3);
-    a.fill(rng, kFloat, 4);
-    b.fill(rng, kFloat, 4);
-    r.blank(kFloat, 4);
+    VecColumn a(kFloat, 4, 3, &rng), b(kFloat, 4, 2, &rng), r(kFloat, 4, 3);
     vorn_kernel_ctx k = host().kctx();
     auto call = [&](vorn_vec *x, vorn_vec *y, ub8 op) {
         k.row_pos = 0;
@@ -324,22 +307,17 @@ TEST(VectorArith, EntryRefusalsAndFailures) {
     EXPECT_EQ(call(&a.vec, &a.vec, 18), 2u);   // not an arithmetic operation
     EXPECT_EQ(call(&a.vec, &a.vec, 23), 2u);
     EXPECT_EQ(call(&a.vec, &a.vec, 20), 0u);
-    VecColumn d(kDouble, 4, 3);
-    d.fill(rng, kDouble, 4);
+    VecColumn d(kDouble, 4, 3, &rng);
     EXPECT_EQ(call(&d.vec, &a.vec, 19), 24u);  // double operands into a float result
     a.enc.flags |= VORN_VEC_FLEX;
     EXPECT_EQ(call(&a.vec, &a.vec, 19), 24u);  // flexible operands, uniform result
     EXPECT_EQ(call(&a.vec, &b.vec, 19), 2u);   // the shape is checked first
     EXPECT_EQ(call(&a.vec, &d.vec, 19), 24u);  // flexible against uniform
     a.enc.flags &= ~VORN_VEC_FLEX;
-    VecColumn e(kFloat, 5, 3);
-    e.fill(rng, kFloat, 5);
+    VecColumn e(kFloat, 5, 3, &rng);
     EXPECT_EQ(call(&a.vec, &e.vec, 19), 2u);   // dimensions differ
     // A kernel failure ends the walk at its row, which the cursor keeps.
     VecColumn i8(kInt8, 2, 3), z(kInt8, 2, 3), out(kInt8, 2, 3);
-    i8.blank(kInt8, 2);
-    z.blank(kInt8, 2);
-    out.blank(kInt8, 2);
     for (auto &row : i8.rows) row.assign(2, 1);
     for (auto &row : z.rows) row.assign(2, 1);
     z.rows[1][1] = 0;
@@ -489,8 +467,7 @@ TEST(VectorArith, FlexibleRowsAgainstTheModel) {
                     }
                 left.finish();
                 const unsigned scalar_form = static_cast<unsigned>(rng() % kFormCount);
-                VecColumn scalar_column(scalar_form, 0, 1, false);
-                scalar_column.fill(rng, scalar_form, 1);
+                VecColumn scalar_column(scalar_form, 1, 1, &rng, false);
                 scalar_column.enc.flags |= VORN_CONST;
                 const std::vector<ub1> &scalar = scalar_column.rows[0];
                 if (shape != 2) right.finish();
@@ -603,7 +580,6 @@ TEST(VectorArith, FlexibleEdges) {
         auto three = column({row(kFloat, {1}), row(kFloat, {1}), row(kFloat, {1})});
         FlexResult out(kFloat, 3, 64, false);
         VecColumn unif(kFloat, 2, 2);
-        unif.blank(kFloat, 2);
         auto call = [&](vorn_vec *res, vorn_vec *a, vorn_vec *b) {
             return ctx().vorn_vector_arith_dydi(res, nullptr, a, b, 20, nullptr, nullptr);
         };
