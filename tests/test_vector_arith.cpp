@@ -559,20 +559,21 @@ TEST(VectorArith, FlexibleEdges) {
         EXPECT_EQ(static_cast<sb1>(out.rows[3][17]), -3);
     }
     {
-        // Native doubles: 24 + 8 * 8188 bytes fit a ub2, 24 + 8 * 8190 do not;
-        // without lengths nothing limits a value.
-        std::vector<double> xs(8190, 0.5);
-        auto fits = row(kDouble, std::vector<double>(xs.begin(), xs.end() - 2)), big = row(kDouble, xs);
+        // Native doubles: 24 + 8 * 8188 bytes fit a ub2, 24 + 8 * 8189 (65,536)
+        // do not; without lengths nothing limits a value.
+        std::vector<double> xs(8189, 0.5);
+        auto fits = row(kDouble, std::vector<double>(xs.begin(), xs.end() - 1)), big = row(kDouble, xs);
         auto l = column({fits, big}), r = column({fits, big});
-        FlexResult out(kDouble, 2, 24 + 8 * 8190, true);
+        FlexResult out(kDouble, 2, 24 + 8 * 8189, true);
         EXPECT_EQ(ctx().vorn_vector_arith_dydi(&out.vec, nullptr, &l->vec, &r->vec, 21, nullptr, nullptr), 0u);
         EXPECT_EQ(out.lengths[0], 24u + 8 * 8188);
         EXPECT_EQ(out.lengths[1], 0u);
+        EXPECT_EQ(out.rows[1][0], kFillByte);  // not a length that wrapped to 0
         out.vec.data2 = nullptr;
         EXPECT_EQ(ctx().vorn_vector_arith_dydi(&out.vec, nullptr, &l->vec, &r->vec, 21, nullptr, nullptr), 0u);
         EXPECT_EQ(out.rows[1][0], 0xDB);
         double last;
-        std::memcpy(&last, out.rows[1].data() + 24 + 8 * 8189, 8);
+        std::memcpy(&last, out.rows[1].data() + 24 + 8 * 8188, 8);
         EXPECT_EQ(last, 0.25);
     }
     {
