@@ -636,14 +636,10 @@ TEST(Partition, RepartitionOfVariableRecords) {
         Scenario re;
         re.name = "repartition";
         re.flags = VORN_PART_VAR | VORN_PART_HASH;
-        auto col = std::make_shared<Col>();
-        col->words.resize(records.size() / 8 + 2);
-        if (!records.empty()) std::memcpy(col->words.data(), records.data(), records.size());
-        col->enc.flags = VORN_ALIGNED | VORN_LV;
-        col->vec.enc_ctx = &col->enc;
-        col->vec.data = col->words.data();
-        col->vec.size = static_cast<ub4>(n);
-        re.src = col;
+        std::vector<ub8> words(records.size() / 8 + 2);
+        if (!records.empty()) std::memcpy(words.data(), records.data(), records.size());
+        re.src = words_column(std::move(words), VORN_ALIGNED | VORN_LV, 0);
+        re.src->vec.size = static_cast<ub4>(n);
         re.rows = s.rows;
         for (unsigned bits : {0u, 3u, 9u}) {
             auto never = [](const void *, ub8, ub8) -> ub8 {
