@@ -171,13 +171,41 @@ TEST(LompDecode, EncoderCompressesRecurringPieces) {
     EXPECT_LT(s.bytes.size(), p.size() / 2);
 }
 
-TEST(LompDecode, EmptySymbolsWriteNothing) {
+// Valid streams of unusual forms, each decoded whole: empty symbols, flag
+// bits other than the three, the spare nibble of an odd symbol count set,
+// and extension blocks, which are skipped only for a positive marker.
+TEST(LompDecode, UnusualValidStreamsRoundTrip) {
+    std::mt19937_64 rng(17);
+    std::vector<std::pair<std::string, LompStream>> streams;
+    const std::vector<LompSymbol> gaps = {{}, {'x'}, {}, {'y', 'z'}, {}};
+    std::vector<ub4> cycle(200);
+    for (ub4 i = 0; i < 200; ++i) cycle[i] = i % 5;
+    streams.emplace_back("empty symbols", vornhost::lomp_encode(gaps, cycle));
+    streams.emplace_back("all empty", vornhost::lomp_encode(gaps, std::vector<ub4>(150, 2)));
+    for (ub1 flags : {ub1{0x02}, ub1{0x06}, ub1{0x12}, ub1{0xf6}}) {
+        LompOptions opt;
+        opt.flags = flags;
+        opt.reserved = 0xfeedf00d;
+        streams.emplace_back("flags " + std::to_string(flags),
+                             vornhost::lomp_encode(random_symbols(rng, 40), random_codes(rng, 40, 300), opt));
+    }
+    for (ub4 n : {1u, 5u, 9u, 1023u}) {
+        LompStream s = vornhost::lomp_encode(random_symbols(rng, n), random_codes(rng, n, 100));
+        s.bytes.data()[18 + n / 2] |= 0x0f;
+        streams.emplace_back("odd n " + std::to_string(n), std::move(s));
+    }
+    for (ub2 marker : {ub2{0}, ub2{1}, ub2{0x7fff}, ub2{0x8000}, ub2{0xffff}})
+        for (ub4 ext2 : {0u, 1u, 37u})
+            for (ub1 low : {ub1{0}, ub1{0x7f}}) {
+                LompOptions opt;
+                opt.ext_marker = marker, opt.ext2_bytes = ext2, opt.ext_word_low = low;
+                LompStream s = vornhost::lomp_encode(random_symbols(rng, 9), random_codes(rng, 9, 200), opt);
+                const bool extended = marker >= 1 && marker <= 0x7fff;
+                EXPECT_EQ(s.code_stream_offset - s.code_count_offset, extended ? 8 + ext2 : 4);
+                streams.emplace_back("marker " + std::to_string(marker), std::move(s));
+            }
     TestHost host;
-    const std::vector<LompSymbol> symbols = {{}, {'x'}, {}, {'y', 'z'}, {}};
-    std::vector<ub4> codes(200);
-    for (ub4 i = 0; i < 200; ++i) codes[i] = i % 5;
-    expect_round_trip(host, vornhost::lomp_encode(symbols, codes), 0, "empty symbols");
-    expect_round_trip(host, vornhost::lomp_encode(symbols, std::vector<ub4>(150, 2)), 0, "all empty");
+    for (const auto &[what, s] : streams) expect_round_trip(host, s, 0, what.c_str());
 }
 
 // ---- Widths 0, 1 and 2 in blocks ------------------------------------------------
@@ -256,18 +284,6 @@ TEST(LompDecode, HeaderFaultsAreRefusedBeforeAnyAllocation) {
     expect_refused_up_front(host, base.copy(), base.s.uncompressed_size - 1, "size above capacity");
 }
 
-TEST(LompDecode, FlagBitsOtherThanTheThreeAreIgnored) {
-    std::mt19937_64 rng(17);
-    for (ub1 flags : {ub1{0x02}, ub1{0x06}, ub1{0x12}, ub1{0xf6}}) {
-        TestHost host;
-        LompOptions opt;
-        opt.flags = flags;
-        opt.reserved = 0xfeedf00d;
-        expect_round_trip(host, vornhost::lomp_encode(random_symbols(rng, 40), random_codes(rng, 40, 300), opt), 0,
-                          "flags");
-    }
-}
-
 // ---- Working arrays and the final comparison -------------------------------------
 
 TEST(LompDecode, WorkingArraysAreAllocatedNamedAndReleasedInOrder) {
@@ -309,37 +325,6 @@ TEST(LompDecode, ADeclaredSizeThatDiffersIsRefusedAfterDecoding) {
         EXPECT_EQ(d.written(want.size()), want);
         EXPECT_EQ(host.work_allocs.size(), 2u);
         EXPECT_EQ(host.work_frees, (std::vector<std::string>{kSymbolArray, kLengthArray}));
-    }
-}
-
-// ---- Extension blocks and nibbles -------------------------------------------------
-
-TEST(LompDecode, ExtensionBlocksAreSkippedOnlyForAPositiveMarker) {
-    std::mt19937_64 rng(21);
-    TestHost host;
-    for (ub2 marker : {ub2{0}, ub2{1}, ub2{0x7fff}, ub2{0x8000}, ub2{0xffff}}) {
-        for (ub4 ext2 : {0u, 1u, 37u}) {
-            for (ub1 low : {ub1{0}, ub1{0x7f}}) {
-                LompOptions opt;
-                opt.ext_marker = marker;
-                opt.ext2_bytes = ext2;
-                opt.ext_word_low = low;
-                const LompStream s = vornhost::lomp_encode(random_symbols(rng, 9), random_codes(rng, 9, 200), opt);
-                const bool extended = marker >= 1 && marker <= 0x7fff;
-                EXPECT_EQ(s.code_stream_offset - s.code_count_offset, extended ? 8 + ext2 : 4);
-                expect_round_trip(host, s, 0, "marker");
-            }
-        }
-    }
-}
-
-TEST(LompDecode, TheSpareNibbleOfAnOddCountIsIgnored) {
-    std::mt19937_64 rng(22);
-    TestHost host;
-    for (ub4 n : {1u, 5u, 9u, 1023u}) {
-        LompStream s = vornhost::lomp_encode(random_symbols(rng, n), random_codes(rng, n, 100));
-        s.bytes.data()[18 + n / 2] |= 0x0f;
-        expect_round_trip(host, s, 0, "odd n");
     }
 }
 
