@@ -289,7 +289,6 @@ TEST(FixedTz, EveryPairAgainstEveryLiteralPair) {
                                     << "constant tz " << int{t};
                             }
                         }
-                        }
     }
 }
 
