@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <functional>
 #include <memory>
 #include <vector>
 
@@ -100,39 +99,32 @@ ub8 unit_bytes_for(const Family &f, ub8 bits) {
 
 bool bit_of(const ub1 *p, ub8 i) { return (p[i >> 3] >> (i & 7)) & 1; }
 
-using ByteOp = std::function<ub1(ub1, ub1, ub1)>;
-
+// An element-wise operation: its byte model and its entry, of one, two or
+// three sources.
 struct OpCase {
     const char *name;
-    int sources;
-    ByteOp model;
+    ub1 (*model)(ub1, ub1, ub1);
+    vorn_bvnot_fn Family::*one = nullptr;
+    vorn_bv2_fn Family::*two = nullptr;
+    vorn_bv3_fn Family::*three = nullptr;
 };
 
-const std::vector<OpCase> &op_cases() {
-    static const std::vector<OpCase> cases = {
-        {"and", 2, [](ub1 a, ub1 b, ub1) { return ub1(a & b); }},
-        {"or", 2, [](ub1 a, ub1 b, ub1) { return ub1(a | b); }},
-        {"xor", 2, [](ub1 a, ub1 b, ub1) { return ub1(a ^ b); }},
-        {"andnot", 2, [](ub1 a, ub1 b, ub1) { return ub1(~a & b); }},
-        {"not", 1, [](ub1 a, ub1, ub1) { return ub1(~a); }},
-        {"and3", 3, [](ub1 a, ub1 b, ub1 c) { return ub1(a & b & c); }},
-        {"or3", 3, [](ub1 a, ub1 b, ub1 c) { return ub1(a | b | c); }},
-        {"xor3", 3, [](ub1 a, ub1 b, ub1 c) { return ub1(a ^ b ^ c); }},
-    };
-    return cases;
-}
+const OpCase kOps[] = {
+    {"and", [](ub1 a, ub1 b, ub1) { return ub1(a & b); }, nullptr, &Family::and_},
+    {"or", [](ub1 a, ub1 b, ub1) { return ub1(a | b); }, nullptr, &Family::or_},
+    {"xor", [](ub1 a, ub1 b, ub1) { return ub1(a ^ b); }, nullptr, &Family::xor_},
+    {"andnot", [](ub1 a, ub1 b, ub1) { return ub1(~a & b); }, nullptr, &Family::andnot},
+    {"not", [](ub1 a, ub1, ub1) { return ub1(~a); }, &Family::not_},
+    {"and3", [](ub1 a, ub1 b, ub1 c) { return ub1(a & b & c); }, nullptr, nullptr, &Family::and3},
+    {"or3", [](ub1 a, ub1 b, ub1 c) { return ub1(a | b | c); }, nullptr, nullptr, &Family::or3},
+    {"xor3", [](ub1 a, ub1 b, ub1 c) { return ub1(a ^ b ^ c); }, nullptr, nullptr, &Family::xor3},
+};
 
 void call(const Family &f, const OpCase &op, void *dst, ub4 *count, const void *a, const void *b,
           const void *c, ub8 bits) {
-    const std::string n = op.name;
-    if (n == "and") f.and_(dst, count, a, b, bits);
-    else if (n == "or") f.or_(dst, count, a, b, bits);
-    else if (n == "xor") f.xor_(dst, count, a, b, bits);
-    else if (n == "andnot") f.andnot(dst, count, a, b, bits);
-    else if (n == "not") f.not_(dst, count, a, bits);
-    else if (n == "and3") f.and3(dst, count, a, b, c, bits);
-    else if (n == "or3") f.or3(dst, count, a, b, c, bits);
-    else f.xor3(dst, count, a, b, c, bits);
+    if (op.one) (f.*op.one)(dst, count, a, bits);
+    else if (op.two) (f.*op.two)(dst, count, a, b, bits);
+    else (f.*op.three)(dst, count, a, b, c, bits);
 }
 
 // One operation at one length and placement against the model.
@@ -186,7 +178,7 @@ protected:
 TEST_P(BitVectorFamily, ElementWiseOperationsAgreeWithTheModel) {
     const Family f = family();
     std::mt19937_64 rng(42);
-    for (const OpCase &op : op_cases()) {
+    for (const OpCase &op : kOps) {
         for (ub8 bits : lengths()) {
             const int mode = static_cast<int>((bits + bits / 16) % 4);
             check_op(f, op, bits, offset(bits / 4), offset(bits * 7 + 1), mode & 1, mode & 2, rng);

@@ -12,8 +12,7 @@
 #include <vector>
 
 #include "frame/entries.h"
-#include "support/lomp_column.h"
-#include "support/test_host.h"
+#include "support/kernel_checks_b.h"
 
 namespace {
 
@@ -34,10 +33,7 @@ ub4 code_at(const ub1 *stream, unsigned width, ub8 bit) {
     return code;
 }
 
-void put_be32(ub4 *p, ub4 v) {
-    const ub1 b[4] = {static_cast<ub1>(v >> 24), static_cast<ub1>(v >> 16), static_cast<ub1>(v >> 8), static_cast<ub1>(v)};
-    std::memcpy(p, b, 4);
-}
+void put_be32(ub4 *p, ub4 v) { *p = __builtin_bswap32(v); }
 
 struct Dictionary {
     ub4 layout = 1;
@@ -126,6 +122,19 @@ struct Output {
     }
 };
 
+// One call of the decoder of width w, with its own host and context.
+struct DecodeCall {
+    TestHost host;
+    vorn_kernel_ctx k = host.kctx();
+    Output out;
+    explicit DecodeCall(std::size_t entries, ub4 ones_vec_size = 0) : out(entries) { k.ones_vec_size = ones_vec_size; }
+    void select(const std::vector<ub4> &rows) {
+        k.ones_vec = rows.data();
+        k.ones_vec_size = static_cast<ub4>(rows.size());
+    }
+    ub8 operator()(unsigned w, Column &col) { return decoder(w)(&out.vec, &col.vec, &k); }
+};
+
 // ---- A case: a column, a dictionary, a selection ------------------------------------
 
 struct Case {
@@ -143,7 +152,7 @@ ub4 model_code(const ub1 *plain, unsigned width, ub4 row, bool selected) {
     return code_at(plain, width, bit);
 }
 
-void run_case(const Case &c, std::mt19937_64 &rng) {
+void run_case(const Case &c) {
     SCOPED_TRACE("width " + std::to_string(c.width) + " rows " + std::to_string(c.codes.size()) + " layout " +
                  std::to_string(c.dict.layout) + (c.ones.empty() ? "" : " ones_vec") +
                  (c.compressed ? " compressed" : ""));
@@ -154,13 +163,12 @@ void run_case(const Case &c, std::mt19937_64 &rng) {
     const bool selected = !c.ones.empty();
     const ub4 k = selected ? static_cast<ub4>(c.ones.size()) : static_cast<ub4>(c.codes.size());
 
-    TestHost host;
-    vorn_kernel_ctx kctx = host.kctx();
-    kctx.ones_vec = selected ? c.ones.data() : nullptr;
-    kctx.ones_vec_size = k;
-    kctx.done_flags = 0x2;
-    Output out(k);
-    ASSERT_EQ(decoder(c.width)(&out.vec, &col->vec, &kctx), 0u);
+    DecodeCall call(k, k);
+    if (selected) call.select(c.ones);
+    call.k.done_flags = 0x2;
+    ASSERT_EQ(call(c.width, *col), 0u);
+    const TestHost &host = call.host;
+    const Output &out = call.out;
 
     for (ub4 j = 0; j < k; ++j) {
         const ub4 row = selected ? c.ones[j] : j;
@@ -171,21 +179,19 @@ void run_case(const Case &c, std::mt19937_64 &rng) {
     }
     EXPECT_TRUE(out.untouched_from(k));
     EXPECT_EQ(out.vec.num_ones, k);
-    EXPECT_EQ(kctx.row_pos, selected ? c.ones.back() : k - 1);
-    EXPECT_EQ(kctx.done_flags, 0x2 | VORN_DONE_DECODED);
+    EXPECT_EQ(call.k.row_pos, selected ? c.ones.back() : k - 1);
+    EXPECT_EQ(call.k.done_flags, 0x2 | VORN_DONE_DECODED);
 
     if (c.compressed) {
-        ASSERT_EQ(host.allocs.size(), 1u);
-        EXPECT_EQ(host.allocs[0].name, kernel_name(c.width) + ": vec1_decomp");
+        expect_decoded_once(host, kernel_name(c.width));
         EXPECT_EQ(host.allocs[0].bytes, plain.size());
         EXPECT_EQ(host.allocs[0].eight, 8u);
         EXPECT_EQ(host.allocs[0].sixteen, 16u);
         EXPECT_EQ(host.allocs[0].tag, kLompAllocTag);
-        EXPECT_EQ(host.decode_calls, 1u);
         EXPECT_NE(col->cell, nullptr);
         // Again, on the same column: the cell serves, nothing is decoded twice.
         Output again(k);
-        vorn_kernel_ctx k2 = kctx;
+        vorn_kernel_ctx k2 = call.k;
         ASSERT_EQ(decoder(c.width)(&again.vec, &col->vec, &k2), 0u);
         EXPECT_EQ(again.ptr, out.ptr);
         EXPECT_EQ(again.len, out.len);
@@ -197,7 +203,6 @@ void run_case(const Case &c, std::mt19937_64 &rng) {
         EXPECT_EQ(host.decode_calls, 0u);
     }
     EXPECT_TRUE(raised().empty());
-    (void)rng;
 }
 
 std::vector<ub8> random_codes(std::mt19937_64 &rng, std::size_t n, ub4 symbols) {
@@ -250,7 +255,7 @@ TEST(DecodeDict, AgreesWithTheModelOverRandomColumns) {
                            layout ? variable_dictionary(rng, symbols) : fixed_dictionary(symbols, 1 + rng() % 300)};
                     if (selected) c.ones = random_selection(rng, n, w, symbols);
                     c.compressed = rng() % 3 == 0;
-                    run_case(c, rng);
+                    run_case(c);
                     if (HasFatalFailure()) return;
                 }
             }
@@ -260,12 +265,9 @@ TEST(DecodeDict, AgreesWithTheModelOverRandomColumns) {
 
 // Decodes all `rows` rows of a column of width w, without ones_vec.
 Output decode_every_row(unsigned w, Column &col, ub4 rows) {
-    TestHost host;
-    vorn_kernel_ctx k = host.kctx();
-    k.ones_vec_size = rows;
-    Output out(rows);
-    EXPECT_EQ(decoder(w)(&out.vec, &col.vec, &k), 0u);
-    return out;
+    DecodeCall call(rows, rows);
+    EXPECT_EQ(call(w, col), 0u);
+    return call.out;
 }
 
 TEST(DecodeDict, ZeroAndSixtyFiveThousandFiveHundredThirtySixAreEmpty) {
@@ -275,7 +277,7 @@ TEST(DecodeDict, ZeroAndSixtyFiveThousandFiveHundredThirtySixAreEmpty) {
     for (std::size_t i = 0; i < d.offsets.size(); ++i) put_be32(&d.stored[i], d.offsets[i]);
     d.bytes.assign(d.offsets.back() + 1, 0);
     Case c{4, {0, 1, 2, 3, 3, 2, 1, 0}, d};
-    run_case(c, rng);
+    run_case(c);
     auto col = packed_column(c.codes, 4);
     d.attach(col->enc);
     const Output out = decode_every_row(4, *col, 8);
@@ -312,30 +314,25 @@ TEST(DecodeDict, TheSelectedWalkWrapsItsBitPositionAtTwoToThe32) {
     const Dictionary d = fixed_dictionary(20, 3);
     auto col = packed_column(codes, 32);
     d.attach(col->enc);
-    TestHost host;
-    vorn_kernel_ctx k = host.kctx();
     const std::vector<ub4> rows = {2, (1u << 27) + 5};
-    k.ones_vec = rows.data();
-    k.ones_vec_size = 2;
-    Output out(2);
-    decoder(32)(&out.vec, &col->vec, &k);
-    EXPECT_EQ(out.ptr[0], reinterpret_cast<ub8>(d.bytes.data() + 12 * 3));
-    EXPECT_EQ(out.ptr[1], reinterpret_cast<ub8>(d.bytes.data() + 15 * 3));
-    EXPECT_EQ(k.row_pos, (1u << 27) + 5);
+    DecodeCall call(2);
+    call.select(rows);
+    call(32, *col);
+    EXPECT_EQ(call.out.ptr[0], reinterpret_cast<ub8>(d.bytes.data() + 12 * 3));
+    EXPECT_EQ(call.out.ptr[1], reinterpret_cast<ub8>(d.bytes.data() + 15 * 3));
+    EXPECT_EQ(call.k.row_pos, (1u << 27) + 5);
 }
 
 TEST(DecodeDict, AnEmptyColumnEndsAtRowMinusOne) {
-    TestHost host;
     const Dictionary d = fixed_dictionary(4, 2);
     auto col = packed_column({}, 5);
     d.attach(col->enc);
-    vorn_kernel_ctx k = host.kctx();
-    Output out(0);
-    EXPECT_EQ(decoder(5)(&out.vec, &col->vec, &k), 0u);
-    EXPECT_EQ(k.row_pos, 0xffffffffu);
-    EXPECT_EQ(out.vec.num_ones, 0u);
-    EXPECT_EQ(k.done_flags, VORN_DONE_DECODED);
-    EXPECT_TRUE(out.untouched_from(0));
+    DecodeCall call(0);
+    EXPECT_EQ(call(5, *col), 0u);
+    EXPECT_EQ(call.k.row_pos, 0xffffffffu);
+    EXPECT_EQ(call.out.vec.num_ones, 0u);
+    EXPECT_EQ(call.k.done_flags, VORN_DONE_DECODED);
+    EXPECT_TRUE(call.out.untouched_from(0));
 }
 
 // Without ones_vec the indicators are cleared for ones_vec_size entries,
@@ -349,11 +346,9 @@ TEST(DecodeDict, IndicatorsAreClearedForOnesVecSizeEvenWithoutOnesVec) {
         auto col = packed_column(codes, 3);
         d.attach(col->enc);
         for (ub4 cleared : {20u, 4u}) {
-            TestHost host;
-            vorn_kernel_ctx k = host.kctx();
-            k.ones_vec_size = cleared;
-            Output out(20);
-            decoder(3)(&out.vec, &col->vec, &k);
+            DecodeCall call(20, cleared);
+            call(3, *col);
+            const Output &out = call.out;
             EXPECT_EQ(out.vec.num_ones, 10u);
             for (ub4 j = 0; j < 20; ++j) {
                 const ub2 flag = j < 10 ? d.entry(codes[j]).flag : 0;
@@ -373,24 +368,22 @@ TEST(DecodeDict, FixedLengthZeroMakesEveryRowEmptyWithoutTheStream) {
         auto col = packed_column(random_codes(rng, 300, 4), w);
         d.attach(col->enc);
         compress_column(*col);
-        TestHost host;
-        vorn_kernel_ctx k = host.kctx();
         const std::vector<ub4> rows = random_selection(rng, 300, w, 4);
-        k.ones_vec = rows.data();
-        k.ones_vec_size = static_cast<ub4>(rows.size());
-        Output out(rows.size());
-        EXPECT_EQ(decoder(w)(&out.vec, &col->vec, &k), 0u);
+        DecodeCall call(rows.size());
+        call.select(rows);
+        EXPECT_EQ(call(w, *col), 0u);
+        const Output &out = call.out;
         for (std::size_t j = 0; j < rows.size(); ++j) {
             EXPECT_EQ(out.ptr[j], kPtrSentinel);
             EXPECT_EQ(out.len[j], 0u);
             EXPECT_EQ(out.flag[j], 2u);
         }
         EXPECT_TRUE(out.untouched_from(rows.size()));
-        EXPECT_EQ(k.row_pos, rows.back());
+        EXPECT_EQ(call.k.row_pos, rows.back());
         EXPECT_EQ(out.vec.num_ones, rows.size());
-        EXPECT_EQ(k.done_flags, VORN_DONE_DECODED);
-        EXPECT_TRUE(host.allocs.empty());
-        EXPECT_EQ(host.decode_calls, 0u);
+        EXPECT_EQ(call.k.done_flags, VORN_DONE_DECODED);
+        EXPECT_TRUE(call.host.allocs.empty());
+        EXPECT_EQ(call.host.decode_calls, 0u);
         EXPECT_EQ(col->cell, nullptr);
     }
 }
@@ -403,18 +396,15 @@ TEST(DecodeDict, AnUnknownLayoutIsRefusedWithNothingWritten) {
         d.attach(col->enc);
         col->enc.sym_layout = layout;
         compress_column(*col);
-        TestHost host;
-        vorn_kernel_ctx k = host.kctx();
-        k.ones_vec_size = 50;
-        k.row_pos = 77;
-        Output out(50);
-        EXPECT_EQ(decoder(3)(&out.vec, &col->vec, &k), 24u);
-        EXPECT_TRUE(out.untouched_from(0));
-        EXPECT_EQ(out.vec.num_ones, 0x12345u);
-        EXPECT_EQ(k.row_pos, 77u);
-        EXPECT_EQ(k.done_flags, 0u);
-        EXPECT_TRUE(host.allocs.empty());
-        EXPECT_EQ(host.decode_calls, 0u);
+        DecodeCall call(50, 50);
+        call.k.row_pos = 77;
+        EXPECT_EQ(call(3, *col), 24u);
+        EXPECT_TRUE(call.out.untouched_from(0));
+        EXPECT_EQ(call.out.vec.num_ones, 0x12345u);
+        EXPECT_EQ(call.k.row_pos, 77u);
+        EXPECT_EQ(call.k.done_flags, 0u);
+        EXPECT_TRUE(call.host.allocs.empty());
+        EXPECT_EQ(call.host.decode_calls, 0u);
     }
 }
 
@@ -426,16 +416,11 @@ TEST(DecodeDict, AFailedDecompressionRaisesAndTheKernelGoesOn) {
         d.attach(col->enc);
         compress_column(*col);
         col->data.data()[5] = 0x01;  // flags without 0x02: the decoder refuses
-        TestHost host;
-        vorn_kernel_ctx k = host.kctx();
-        k.ones_vec_size = 100;
-        Output out(100);
+        DecodeCall call(100, 100);
         clear_raised();
-        EXPECT_EQ(decoder(w)(&out.vec, &col->vec, &k), 0u);
-        ASSERT_EQ(raised().size(), 1u);
-        EXPECT_EQ(raised()[0].message, kernel_name(w) + ": vorn_lomp_decode failed");
-        EXPECT_EQ(raised()[0].error_context, TestHost::kErrorContext);
-        EXPECT_EQ(out.vec.num_ones, 100u);
+        EXPECT_EQ(call(w, *col), 0u);
+        expect_one_raise(kernel_name(w) + ": vorn_lomp_decode failed");
+        EXPECT_EQ(call.out.vec.num_ones, 100u);
         EXPECT_NE(col->cell, nullptr);
         clear_raised();
     }

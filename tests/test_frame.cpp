@@ -100,12 +100,8 @@ TEST(ContextRecord, AllSeventyThreeSlotsAreFilled) {
     for (int w = 15; w < 88; ++w) EXPECT_NE(words[w], 0u) << "slot word " << w;
 }
 
-TEST(DispatchScheme, EveryNamedIndexHoldsAnEntryAndTheUnservedAnswerTwo) {
-    for (ub4 i = 0; i < 8192; ++i) {
-        const bool named = std::string(vorn_dispatch_func_names[i]) != "vorn_invalid_dispatch";
-        EXPECT_EQ(ctx().dispatch_table[i].cmp != nullptr, named) << vorn_dispatch_func_names[i];
-    }
-    // Kernels of the families this build does not serve write nothing.
+// Kernels of the families this build does not serve write nothing.
+TEST(DispatchScheme, UnservedKernelsAnswerTwo) {
     Result res(10);
     auto col = packed_column({1, 2, 3}, 8);
     vorn_kernel_ctx k{};
@@ -155,18 +151,17 @@ struct FakeCpu {
 
 // The feature words start at 5, so that a probe that leaves them alone and
 // one that writes them can be told apart.
-void reset_probe_words() {
+void probe(vorn::CpuidRegs leaf0, vorn::CpuidRegs leaf7_0 = {}, vorn::CpuidRegs leaf7_1 = {}) {
     vorn_is_Intel = vorn_is_AMD = 7;
     vorn_has_fsrm = vorn_has_avx_vnni = vorn_has_fsrs = vorn_has_avx_ifma = vorn_has_avx_vnni_int8 = 5;
     FakeCpu::calls_past_leaf0 = 0;
+    FakeCpu::leaf0 = leaf0, FakeCpu::leaf7_0 = leaf7_0, FakeCpu::leaf7_1 = leaf7_1;
+    vorn::probe_processor(FakeCpu::answer);
 }
 
 TEST(ProcessorProbe, IntelVendorAndLeafSevenBits) {
-    reset_probe_words();
-    FakeCpu::leaf0 = {0x20, 0x756e6547, 0x6c65746e, 0x49656e69};  // GenuineIntel
-    FakeCpu::leaf7_0 = {0, 0, 0, 1u << 4};
-    FakeCpu::leaf7_1 = {(1u << 4) | (1u << 11) | (1u << 23), 0, 0, 1u << 4};
-    vorn::probe_processor(FakeCpu::answer);
+    probe({0x20, 0x756e6547, 0x6c65746e, 0x49656e69},  // GenuineIntel
+          {0, 0, 0, 1u << 4}, {(1u << 4) | (1u << 11) | (1u << 23), 0, 0, 1u << 4});
     EXPECT_EQ(vorn_is_Intel, 1u);
     EXPECT_EQ(vorn_is_AMD, 0u);
     EXPECT_EQ(vorn_has_fsrm, 1u);
@@ -177,23 +172,17 @@ TEST(ProcessorProbe, IntelVendorAndLeafSevenBits) {
 }
 
 TEST(ProcessorProbe, HighestLeafSixLeavesTheFeatureWordsAlone) {
-    reset_probe_words();
-    FakeCpu::leaf0 = {6, 0x756e6547, 0x6c65746e, 0x49656e69};
-    FakeCpu::leaf7_0 = FakeCpu::leaf7_1 = {~0u, ~0u, ~0u, ~0u};
-    vorn::probe_processor(FakeCpu::answer);
+    probe({6, 0x756e6547, 0x6c65746e, 0x49656e69}, {~0u, ~0u, ~0u, ~0u}, {~0u, ~0u, ~0u, ~0u});
     EXPECT_EQ(FakeCpu::calls_past_leaf0, 0);
     for (ub4 w : {vorn_has_fsrm, vorn_has_avx_vnni, vorn_has_fsrs, vorn_has_avx_ifma, vorn_has_avx_vnni_int8})
         EXPECT_EQ(w, 5u) << "a feature word was written";
 }
 
 TEST(ProcessorProbe, TheOtherVendorTestLooksAtTheLowBytesOfEcx) {
-    reset_probe_words();
-    FakeCpu::leaf0 = {1, 0x68747541, 0x444d4163, 0x69746e65};  // AuthenticAMD: the flag stays 0
-    vorn::probe_processor(FakeCpu::answer);
+    probe({1, 0x68747541, 0x444d4163, 0x69746e65});  // AuthenticAMD: the flag stays 0
     EXPECT_EQ(vorn_is_Intel, 0u);
     EXPECT_EQ(vorn_is_AMD, 0u);
-    FakeCpu::leaf0 = {1, 0, 0x00444d41, 0};  // the bytes the mask does match
-    vorn::probe_processor(FakeCpu::answer);
+    probe({1, 0, 0x00444d41, 0});  // the bytes the mask does match
     EXPECT_EQ(vorn_is_AMD, 1u);
 }
 
@@ -242,17 +231,16 @@ TEST(DispatchScheme, NamesAtTheIndexesOfTheScheme) {
     for (const auto &[index, name] : expected) EXPECT_STREQ(vorn_dispatch_func_names[index], name.c_str()) << index;
 }
 
+// Every named index holds an entry, and no other.
 TEST(DispatchScheme, NinehundredTwentyFiveKernelsAndNoOthers) {
     std::set<std::string> names;
     ub4 invalid = 0;
     for (ub4 i = 0; i < 8192; ++i) {
         const std::string name = vorn_dispatch_func_names[i];
-        if (name == "vorn_invalid_dispatch") {
-            ++invalid;
-            EXPECT_EQ(ctx().dispatch_table[i].cmp, nullptr) << "a kernel at an invalid index " << i;
-        } else {
-            EXPECT_TRUE(names.insert(name).second) << "name twice: " << name;
-        }
+        const bool named = name != "vorn_invalid_dispatch";
+        EXPECT_EQ(ctx().dispatch_table[i].cmp != nullptr, named) << "index " << i << " " << name;
+        if (named) EXPECT_TRUE(names.insert(name).second) << "name twice: " << name;
+        invalid += !named;
     }
     EXPECT_EQ(names.size(), 925u);
     EXPECT_EQ(invalid, 7267u);
@@ -284,17 +272,14 @@ TEST(DispatchScheme, KernelGroupTimesThirtyTwoPlusOperation) {
 
 TEST(Converters, WidthCodes) {
     for (ub4 w = 1; w <= 20; ++w) EXPECT_EQ(vorn_convert_width(w), w - 1);
-    EXPECT_EQ(vorn_convert_width(24), 20u);
-    EXPECT_EQ(vorn_convert_width(32), 21u);
-    EXPECT_EQ(vorn_convert_width(64), 22u);
-    EXPECT_EQ(vorn_xlate_convert_width(-1, 0), 0u);
-    EXPECT_EQ(vorn_xlate_convert_width(-4, 1), 9u);
-    EXPECT_EQ(vorn_xlate_convert_width(1, 2), 18u);
-    EXPECT_EQ(vorn_xlate_convert_width(2, 3), 27u);
-    EXPECT_EQ(vorn_xlate_convert_width(4, 0), 4u);
-    EXPECT_EQ(vorn_xlate_convert_type(1), 0u);
-    EXPECT_EQ(vorn_xlate_convert_type(2), 1u);
-    EXPECT_EQ(vorn_xlate_convert_type(3), 2u);
+    const std::pair<ub4, ub4> cases[] = {
+        {vorn_convert_width(24), 20},         {vorn_convert_width(32), 21},
+        {vorn_convert_width(64), 22},         {vorn_xlate_convert_width(-1, 0), 0},
+        {vorn_xlate_convert_width(-4, 1), 9}, {vorn_xlate_convert_width(1, 2), 18},
+        {vorn_xlate_convert_width(2, 3), 27}, {vorn_xlate_convert_width(4, 0), 4},
+        {vorn_xlate_convert_type(1), 0},      {vorn_xlate_convert_type(2), 1},
+        {vorn_xlate_convert_type(3), 2}};
+    for (std::size_t i = 0; i < std::size(cases); ++i) EXPECT_EQ(cases[i].first, cases[i].second) << "case " << i;
 }
 
 TEST(ConvertersDeathTest, RefuseOtherWidthsByAssertion) {
@@ -356,6 +341,13 @@ TEST(NullDeathTest, SizesMustAgree) {
 
 // ---- vorn_stats_dump -------------------------------------------------------------
 
+std::string dump(const vorn_stats &stats, ub8 only_called) {
+    testing::internal::CaptureStdout();
+    vorn_stats_dump(&stats, only_called);
+    fflush(stdout);
+    return testing::internal::GetCapturedStdout();
+}
+
 TEST(StatsDump, PrintsCalledIndexesInLoopOrder) {
     auto stats = std::make_unique<vorn_stats>();
     stats->call_counts[17] = 3;            // variant 0, encoding 0, op 17, width 0
@@ -364,11 +356,7 @@ TEST(StatsDump, PrintsCalledIndexesInLoopOrder) {
     stats->mrows_per_sec[32] = 1500.4;
     stats->call_counts[4096 + 32] = 1;     // variant 1 comes last
     stats->call_counts[1 << 7] = 2;        // encoding 0, op 0, width 1: before op 17
-    testing::internal::CaptureStdout();
-    vorn_stats_dump(stats.get(), 1);
-    fflush(stdout);
-    const std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(out,
+    EXPECT_EQ(dump(*stats, 1),
               "vorn_invalid_dispatch         Call Freq: 2\tMrowsPerSec: 0\n"
               "vorn_xlate_sim_bit            Call Freq: 3\tMrowsPerSec: 13\n"
               "vorn_eq_dict_1bit             Call Freq: 5\tMrowsPerSec: 1500\n"
@@ -377,15 +365,9 @@ TEST(StatsDump, PrintsCalledIndexesInLoopOrder) {
 
 TEST(StatsDump, OnlyCalledWithNoCountsPrintsNothingAndZeroPrintsAll) {
     auto stats = std::make_unique<vorn_stats>();
-    testing::internal::CaptureStdout();
-    vorn_stats_dump(stats.get(), 0x100000000ull);  // only the low 32 bits count
-    fflush(stdout);
-    const std::string all = testing::internal::GetCapturedStdout();
+    const std::string all = dump(*stats, 0x100000000ull);  // only the low 32 bits count
     EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 8192);
-    testing::internal::CaptureStdout();
-    vorn_stats_dump(stats.get(), 1);
-    fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(dump(*stats, 1), "");
 }
 
 }  // namespace

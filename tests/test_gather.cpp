@@ -70,7 +70,6 @@ std::vector<Value> read_result(const ValueColumn &res, const std::vector<ub4> &l
 struct Gathered {
     std::vector<Value> values;
     ub4 calls = 0;
-    bool ok = true;
 };
 
 // Calls until 0, each time into a fresh result of the layout with a room of
@@ -93,7 +92,6 @@ Gathered run_resumed(const Call &call, ub4 layout, ub4 per_row, const std::vecto
         ++run.calls;
         if (code != 0 && code != 19) {
             ADD_FAILURE() << "code " << code;
-            run.ok = false;
             return run;
         }
         EXPECT_LE(res->vec.byte_capacity, cap);
@@ -111,7 +109,6 @@ Gathered run_resumed(const Call &call, ub4 layout, ub4 per_row, const std::vecto
         boost = k.row_pos == from ? std::max<ub8>(2 * boost, 16) : 0;
         if (run.calls > 200000) {
             ADD_FAILURE() << "no end";
-            run.ok = false;
             return run;
         }
     }
@@ -131,6 +128,11 @@ Fetch random_fetch(std::mt19937_64 &rng, ub4 num_cols, int kind) {
     const ub4 len = static_cast<ub4>(rng() % 7);
     for (ub4 i = 0; i < len; ++i) f.list.push_back(static_cast<ub2>(rng() % num_cols));
     return f;
+}
+
+std::string describe(const std::string &store, ub4 low_bit, ub4 id_width, ub4 layout, int fetch) {
+    return store + " low_bit " + std::to_string(low_bit) + " ids " + std::to_string(id_width) + " res " +
+           layout_name(layout) + " fetch " + std::to_string(fetch);
 }
 
 // One gather with room enough, checked against the model, then again with
@@ -182,13 +184,9 @@ TEST(Gather, VariableStoresRoundTripThroughEveryIdAndResultLayout) {
             for (ub4 width : kIdWidths) {
                 if (width == 1 && rows > 256) continue;
                 for (ub4 layout : kVariableResults) {
-                    for (int kind = 0; kind < 3; ++kind) {
-                        const Fetch f = random_fetch(rng, cols, kind);
-                        check_gather(rng, t, store->gspec, width, layout, f, {},
-                                     "store " + std::to_string(flags) + " low_bit " + std::to_string(low_bit) +
-                                         " ids " + std::to_string(width) + " res " + layout_name(layout) +
-                                         " fetch " + std::to_string(kind));
-                    }
+                    for (int kind = 0; kind < 3; ++kind)
+                        check_gather(rng, t, store->gspec, width, layout, random_fetch(rng, cols, kind), {},
+                                     describe("store " + std::to_string(flags), low_bit, width, layout, kind));
                 }
             }
         }
@@ -208,8 +206,7 @@ TEST(Gather, FixedStoresRoundTripIntoFixedAndPointerResults) {
                     for (int kind = 0; kind < 3; ++kind)
                         check_gather(rng, t, store->gspec, width, layout,
                                      random_fetch(rng, static_cast<ub4>(t.cols.size()), kind), lens,
-                                     "fixed low_bit " + std::to_string(low_bit) + " ids " + std::to_string(width) +
-                                         " res " + layout_name(layout) + " fetch " + std::to_string(kind));
+                                     describe("fixed", low_bit, width, layout, kind));
         }
     }
 }

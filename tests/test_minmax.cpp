@@ -7,9 +7,7 @@
 #include <cstring>
 
 #include "support/guarded_stream.h"
-#include "support/lomp_column.h"
-#include "support/run_columns.h"
-#include "support/test_host.h"
+#include "support/kernel_checks_b.h"
 
 namespace {
 
@@ -23,14 +21,6 @@ std::string kernel_name(unsigned w, bool null) {
     return "vorn_minmax_dict_" + std::to_string(w) + "bit" + (null ? "_null" : "");
 }
 
-enum class Layout { plain, rle8, rle16 };
-
-struct Source {
-    std::unique_ptr<Column> col;
-    std::vector<ub8> rows;
-    ub4 num_symbols;
-};
-
 // Codes in a random band of the dictionary, with the null code 0 in about a
 // third of the values when `nulls` is set.
 std::vector<ub8> band_codes(std::mt19937_64 &rng, std::size_t n, ub4 num_symbols, bool nulls) {
@@ -41,27 +31,23 @@ std::vector<ub8> band_codes(std::mt19937_64 &rng, std::size_t n, ub4 num_symbols
     return v;
 }
 
-Source make_source(std::mt19937_64 &rng, unsigned w, Layout layout, bool compressed, ub4 approx_rows, bool nulls) {
-    Source s;
+using Source = CodeSource;
+
+Source make_source(std::mt19937_64 &rng, unsigned w, Storage storage, bool compressed, ub4 approx_rows, bool nulls) {
     const ub8 codes = w == 32 ? 0xffffffffull : ub8{1} << w;
-    s.num_symbols = static_cast<ub4>(rng() % 4 == 0 ? codes : 1 + rng() % codes);
-    if (layout == Layout::plain) {
-        s.rows = band_codes(rng, approx_rows, s.num_symbols, nulls);
-        s.col = packed_column(s.rows, w);
-    } else {
-        const unsigned bits = layout == Layout::rle8 ? 8 : 16;
-        const ub4 runs = std::max<ub4>(1, approx_rows / 9);
-        const auto lengths = random_lengths(rng, runs, bits);
-        const auto run_codes = band_codes(rng, runs, s.num_symbols, nulls);
-        s.col = packed_column(run_codes, w);
-        s.col->make_rle(lengths, bits);
-        s.rows = rows_of_runs(run_codes, lengths);
-    }
-    s.col->enc.num_symbols = s.num_symbols;
-    if (compressed) compress_column(*s.col);  // a real stream, for the library's decoder
+    const ub4 num_symbols = static_cast<ub4>(rng() % 4 == 0 ? codes : 1 + rng() % codes);
+    Source s = code_source(rng, w, storage, compressed, approx_rows,
+                           [&](std::size_t n) { return band_codes(rng, n, num_symbols, nulls); });
+    s.col->enc.num_symbols = num_symbols;
     return s;
 }
 
+// A plain column of `codes` with a dictionary of `num_symbols`.
+Source plain_source(const std::vector<ub8> &codes, unsigned w, ub4 num_symbols) {
+    Source s{packed_column(codes, w), codes};
+    s.col->enc.num_symbols = num_symbols;
+    return s;
+}
 
 struct Answer {
     bool seen = false;
@@ -92,35 +78,30 @@ Answer model(const std::vector<ub8> &rows, const Selection &s, ub4 start, bool n
 
 constexpr ub4 kUntouched = 0xabababab;
 
+// What a call gave: the code, the result pair (min, max) and row_pos.
+struct Got {
+    ub8 code;
+    ub4 min, max, row_pos;
+};
+
 // Calls the kernel; `start` is row_pos going in.
-Answer run(TestHost &host, Source &src, const Selection &sel, unsigned w, bool null, ub4 start, ub4 mode,
-           ub8 *code, ub4 out[2]) {
+Got run(TestHost &host, Source &src, const Selection &sel, unsigned w, bool null, ub4 start, ub4 mode) {
     vorn_kernel_ctx k = host.kctx();
     apply(k, sel);
     k.row_pos = start;
-    out[0] = out[1] = kUntouched;
+    ub4 out[2] = {kUntouched, kUntouched};
     vorn_vec res{};
     res.data = out;
-    *code = kernel(minmax_index(w, null)).minmax(&res, &src.col->vec, &k, mode);
-    Answer a;
-    a.seen = *code == 0;
-    a.min = out[0];
-    a.max = out[1];
-    a.row_pos = k.row_pos;
-    return a;
+    const ub8 code = kernel(minmax_index(w, null)).minmax(&res, &src.col->vec, &k, mode);
+    return {code, out[0], out[1], k.row_pos};
 }
 
-void expect_answer(const Answer &got, ub8 code, const ub4 out[2], const Answer &want, ub4 start, const std::string &what) {
-    EXPECT_EQ(code, want.seen ? 0u : 1u) << what;
-    if (want.seen) {
-        EXPECT_EQ(got.min, want.min) << what;
-        EXPECT_EQ(got.max, want.max) << what;
-        EXPECT_EQ(got.row_pos, want.row_pos) << what;
-    } else {
-        EXPECT_EQ(out[0], kUntouched) << what;
-        EXPECT_EQ(out[1], kUntouched) << what;
-        EXPECT_EQ(got.row_pos, start) << what;
-    }
+// Nothing seen: code 1, the pair untouched and row_pos where it was.
+void expect_answer(const Got &got, const Answer &want, ub4 start, const std::string &what) {
+    EXPECT_EQ(got.code, want.seen ? 0u : 1u) << what;
+    EXPECT_EQ(got.min, want.seen ? want.min : kUntouched) << what;
+    EXPECT_EQ(got.max, want.seen ? want.max : kUntouched) << what;
+    EXPECT_EQ(got.row_pos, want.seen ? want.row_pos : start) << what;
 }
 
 TEST(MinMax, EveryWidthFormSelectionAndStorageAgreesWithTheModel) {
@@ -128,7 +109,7 @@ TEST(MinMax, EveryWidthFormSelectionAndStorageAgreesWithTheModel) {
     TestHost host;
     for (unsigned w : kWidths) {
         for (bool null : {false, true}) {
-            for (Layout layout : {Layout::plain, Layout::rle8, Layout::rle16}) {
+            for (Storage layout : kStorages) {
                 for (bool compressed : {false, true}) {
                     for (Sel kind : {Sel::none, Sel::dense, Sel::selective, Sel::list}) {
                         for (ub4 n : {1u, 31u, 32u, 33u, 300u, 3000u}) {
@@ -137,12 +118,9 @@ TEST(MinMax, EveryWidthFormSelectionAndStorageAgreesWithTheModel) {
                             const double density = rng() % 4 == 0 ? 0.02 : 0.7;
                             const Selection sel = make_selection(rng, kind, size, density);
                             const ub4 start = size && rng() % 2 ? static_cast<ub4>(rng() % size) : 0;
-                            ub8 code;
-                            ub4 out[2];
-                            const Answer got = run(host, src, sel, w, null, start, static_cast<ub4>(rng() % 4), &code, out);
-                            const Answer want = model(src.rows, sel, start, null);
-                            expect_answer(got, code, out, want, start,
-                                          kernel_name(w, null) + " layout " + std::to_string(static_cast<int>(layout)) +
+                            const Got got = run(host, src, sel, w, null, start, static_cast<ub4>(rng() % 4));
+                            expect_answer(got, model(src.rows, sel, start, null), start,
+                                          kernel_name(w, null) + " layout " + std::to_string(int(layout)) +
                                               (compressed ? " compressed " : " ") + sel_name(kind) + " rows " +
                                               std::to_string(size) + " start " + std::to_string(start));
                         }
@@ -166,13 +144,9 @@ TEST(MinMax, ExtremesInEveryLane) {
                 if (top < 2) continue;  // width 1: no middle to stand out from
                 std::vector<ub8> codes(n, mid);
                 codes[at] = low ? 1 : top;
-                auto col = packed_column(codes, w);
-                col->enc.num_symbols = top + 1;
-                Source src{std::move(col), codes, top + 1};
-                ub8 code;
-                ub4 out[2];
-                const Answer got = run(host, src, Selection{}, w, false, 0, 0, &code, out);
-                ASSERT_EQ(code, 0u);
+                Source src = plain_source(codes, w, top + 1);
+                const Got got = run(host, src, Selection{}, w, false, 0, 0);
+                ASSERT_EQ(got.code, 0u);
                 ASSERT_EQ(got.min, low ? 1u : mid) << kernel_name(w, false) << " row " << at;
                 ASSERT_EQ(got.max, low ? mid : top) << kernel_name(w, false) << " row " << at;
             }
@@ -188,14 +162,12 @@ TEST(MinMax, BlocksReadNothingBehindTheStreamsThreeSpareBytes) {
     for (unsigned w : kWidths) {
         for (ub4 n : {32u, 50u, 64u, 95u, 96u, 160u, 1000u}) {
             for (Sel kind : {Sel::none, Sel::dense}) {
-                Source src = make_source(rng, w, Layout::plain, false, n, false);
+                Source src = make_source(rng, w, Storage::plain, false, n, false);
                 const GuardedStream exact(src.col->data, (static_cast<std::size_t>(n) * w + 7) / 8 + 3);
                 src.col->vec.data = exact.data();
                 const Selection sel = make_selection(rng, kind, n, 0.9);
-                ub8 code;
-                ub4 out[2];
-                const Answer got = run(host, src, sel, w, false, 0, 0, &code, out);
-                expect_answer(got, code, out, model(src.rows, sel, 0, false), 0, kernel_name(w, false) + " exact");
+                const Got got = run(host, src, sel, w, false, 0, 0);
+                expect_answer(got, model(src.rows, sel, 0, false), 0, kernel_name(w, false) + " exact");
             }
         }
     }
@@ -204,33 +176,18 @@ TEST(MinMax, BlocksReadNothingBehindTheStreamsThreeSpareBytes) {
 TEST(MinMax, EmptyAndAllNullGiveOneAndStoreNothing) {
     TestHost host;
     for (unsigned w : {1u, 8u, 17u, 32u}) {
-        // An empty column.
-        {
-            auto col = packed_column({}, w);
-            col->enc.num_symbols = 2;
-            Source src{std::move(col), {}, 2};
-            ub8 code;
-            ub4 out[2];
-            const Answer got = run(host, src, Selection{}, w, false, 0, 0, &code, out);
-            expect_answer(got, code, out, Answer{}, 0, "empty " + std::to_string(w));
-        }
+        Source empty = plain_source({}, w, 2);
+        expect_answer(run(host, empty, Selection{}, w, false, 0, 0), Answer{}, 0, "empty " + std::to_string(w));
         // Only nulls, in the _null form; and an empty selection.
         for (Sel kind : {Sel::none, Sel::dense, Sel::selective, Sel::list}) {
-            std::vector<ub8> zeros(500, 0);
-            auto col = packed_column(zeros, w);
-            col->enc.num_symbols = 2;
-            Source src{std::move(col), zeros, 2};
+            Source src = plain_source(std::vector<ub8>(500, 0), w, 2);
             std::mt19937_64 rng(32);
             const Selection sel = make_selection(rng, kind, 500, 0.5);
-            ub8 code;
-            ub4 out[2];
-            const Answer nulls = run(host, src, sel, w, true, 7, 1, &code, out);
-            expect_answer(nulls, code, out, Answer{}, 7, kernel_name(w, true) + " nulls " + sel_name(kind));
+            const std::string form = sel_name(kind);
+            expect_answer(run(host, src, sel, w, true, 7, 1), Answer{}, 7, kernel_name(w, true) + " nulls " + form);
             if (kind == Sel::none) continue;
             const Selection none = make_selection(rng, kind, 500, 0.0);
-            const Answer nothing = run(host, src, none, w, false, 7, 1, &code, out);
-            expect_answer(nothing, code, out, Answer{}, 7,
-                          kernel_name(w, false) + " nothing selected " + sel_name(kind));
+            expect_answer(run(host, src, none, w, false, 7, 1), Answer{}, 7, kernel_name(w, false) + " none " + form);
         }
     }
 }
@@ -239,15 +196,10 @@ TEST(MinMax, AllTheTopCode) {
     TestHost host;
     for (unsigned w : {3u, 12u, 24u}) {
         const ub4 num_symbols = static_cast<ub4>(1u << (w - 1)) + 3;
-        std::vector<ub8> codes(777, num_symbols - 1);
-        auto col = packed_column(codes, w);
-        col->enc.num_symbols = num_symbols;
-        Source src{std::move(col), codes, num_symbols};
+        Source src = plain_source(std::vector<ub8>(777, num_symbols - 1), w, num_symbols);
         for (bool null : {false, true}) {
-            ub8 code;
-            ub4 out[2];
-            const Answer got = run(host, src, Selection{}, w, null, 0, 2, &code, out);
-            EXPECT_EQ(code, 0u);
+            const Got got = run(host, src, Selection{}, w, null, 0, 2);
+            EXPECT_EQ(got.code, 0u);
             EXPECT_EQ(got.min, num_symbols - 1);
             EXPECT_EQ(got.max, num_symbols - 1);
             EXPECT_EQ(got.row_pos, 777u);
@@ -258,44 +210,32 @@ TEST(MinMax, AllTheTopCode) {
 TEST(MinMax, AnEmptyOnesVecOnRunsIsRaised) {
     TestHost host;
     for (bool null : {false, true}) {
-        auto col = packed_column({1, 0}, 1);
-        col->make_rle({4, 4}, 8);
-        col->enc.num_symbols = 2;
-        Source src{std::move(col), {}, 2};
+        Source src = plain_source({1, 0}, 1, 2);
+        src.col->make_rle({4, 4}, 8);
         Selection sel;
         sel.kind = Sel::list;
         clear_raised();
-        ub8 code;
-        ub4 out[2];
-        const Answer got = run(host, src, sel, 1, null, 0, 0, &code, out);
-        expect_answer(got, code, out, Answer{}, 0, "empty ones_vec");
-        ASSERT_EQ(raised().size(), 1u);
-        EXPECT_EQ(raised()[0].message, kernel_name(1, null) + ": [rle] ones_vec size is zero");
+        const Got got = run(host, src, sel, 1, null, 0, 0);
+        expect_answer(got, Answer{}, 0, "empty ones_vec");
+        expect_one_raise(kernel_name(1, null) + ": [rle] ones_vec size is zero");
     }
 }
 
 TEST(MinMax, ACompressedColumnIsDecodedOnceUnderTheKernelsName) {
     std::mt19937_64 rng(33);
     TestHost host;
-    Source src = make_source(rng, 7, Layout::plain, true, 400, true);
+    Source src = make_source(rng, 7, Storage::plain, true, 400, true);
     for (int round = 0; round < 2; ++round) {
-        ub8 code;
-        ub4 out[2];
-        const Answer got = run(host, src, Selection{}, 7, true, 0, 0, &code, out);
-        expect_answer(got, code, out, model(src.rows, Selection{}, 0, true), 0, "compressed");
+        const Got got = run(host, src, Selection{}, 7, true, 0, 0);
+        expect_answer(got, model(src.rows, Selection{}, 0, true), 0, "compressed");
     }
-    ASSERT_EQ(host.allocs.size(), 1u);
-    EXPECT_EQ(host.allocs[0].name, "vorn_minmax_dict_7bit_null: vec1_decomp");
-    EXPECT_EQ(host.decode_calls, 1u);
+    expect_decoded_once(host, kernel_name(7, true));
 
-    host.decoder = [](const vorn_lomp_ctx *, const ub1 *, ub1 *, ub4 *, ub4) -> ub8 { return 24; };
-    Source other = make_source(rng, 24, Layout::rle8, true, 100, false);
+    host.decoder = failing_decode;
+    Source other = make_source(rng, 24, Storage::rle8, true, 100, false);
     clear_raised();
-    ub8 code;
-    ub4 out[2];
-    run(host, other, Selection{}, 24, false, 0, 0, &code, out);
-    ASSERT_EQ(raised().size(), 1u);
-    EXPECT_EQ(raised()[0].message, "vorn_minmax_dict_24bit: vorn_lomp_decode failed");
+    run(host, other, Selection{}, 24, false, 0, 0);
+    expect_one_raise("vorn_minmax_dict_24bit: vorn_lomp_decode failed");
 }
 
 }  // namespace

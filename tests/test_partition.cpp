@@ -140,6 +140,11 @@ struct Scenario {
     std::vector<ColPtr> keep;
 };
 
+// A new scenario at the end of `out`.
+Scenario &add(std::vector<Scenario> &out, std::string name, ub4 flags) {
+    return out.emplace_back(Scenario{std::move(name), flags});
+}
+
 // The source forms of the shapes that hash keys: five layouts, or hashes.
 const ub4 kKeyForms[] = {VORN_FIXED, VORN_LV_SEP, VORN_LV, VORN_PTR_LEN, VORN_LEN_PTR, VORN_ALIGNED};
 
@@ -166,9 +171,8 @@ std::vector<Scenario> hashed_scenarios(std::mt19937_64 &rng, ub8 n) {
         const ub4 rid = with_rid ? VORN_PART_RID : 0;
         // References from a third column of three layouts.
         for (ub4 layout : {VORN_FIXED, VORN_PTR_LEN, VORN_LEN_PTR}) {
-            Scenario s;
-            s.name = std::string("ref ") + layout_name(layout) + (with_rid ? " rid" : "");
-            s.flags = VORN_PART_HASH | VORN_PART_REF | rid;
+            Scenario &s = add(out, std::string("ref ") + layout_name(layout) + (with_rid ? " rid" : ""),
+                              VORN_PART_HASH | VORN_PART_REF | rid);
             const std::vector<ub8> h = random_words(rng, n);
             Rids r = random_rids(rng, n);
             Keys k = random_keys(rng, layout, n);
@@ -181,13 +185,11 @@ std::vector<Scenario> hashed_scenarios(std::mt19937_64 &rng, ub8 n) {
                 else m.u8(address).u2(len).gap(6).u8(h[i]);
                 s.rows.push_back(m);
             }
-            out.push_back(std::move(s));
         }
         // A ub4 value beside a hash of 8 or 4 bytes.
         for (int wide = 0; wide < 2; ++wide) {
-            Scenario s;
-            s.name = std::string("value32 hash") + (wide ? "8" : "4") + (with_rid ? " rid" : "");
-            s.flags = VORN_PART_HASH | VORN_PART_VALUE32 | rid;
+            Scenario &s = add(out, std::string("value32 hash") + (wide ? "8" : "4") + (with_rid ? " rid" : ""),
+                              VORN_PART_HASH | VORN_PART_VALUE32 | rid);
             std::vector<ub8> h(n);
             std::vector<ub4> h4(n), v(n);
             for (ub8 i = 0; i < n; ++i) {
@@ -211,13 +213,11 @@ std::vector<Scenario> hashed_scenarios(std::mt19937_64 &rng, ub8 n) {
                 }
                 s.rows.push_back(m);
             }
-            out.push_back(std::move(s));
         }
         // A payload of 4 or 8 bytes widened to ub8.
         for (ub4 width : {4u, 8u}) {
-            Scenario s;
-            s.name = "payload" + std::to_string(width) + (with_rid ? " rid" : "");
-            s.flags = VORN_PART_HASH | VORN_PART_PAYLOAD | rid;
+            Scenario &s = add(out, "payload" + std::to_string(width) + (with_rid ? " rid" : ""),
+                              VORN_PART_HASH | VORN_PART_PAYLOAD | rid);
             const std::vector<ub8> h = random_words(rng, n);
             Rids r = random_rids(rng, n);
             Keys k = random_keys(rng, VORN_FIXED, n, width);
@@ -230,14 +230,11 @@ std::vector<Scenario> hashed_scenarios(std::mt19937_64 &rng, ub8 n) {
                 if (with_rid) m.u8(r.ids[i]);
                 s.rows.push_back(m);
             }
-            out.push_back(std::move(s));
         }
     }
     // {row id, hash} and {hash}.
     for (int with_rid = 0; with_rid < 2; ++with_rid) {
-        Scenario s;
-        s.name = with_rid ? "hashed rid" : "hash only";
-        s.flags = VORN_PART_HASH | (with_rid ? VORN_PART_RID : 0);
+        Scenario &s = add(out, with_rid ? "hashed rid" : "hash only", VORN_PART_HASH | (with_rid ? VORN_PART_RID : 0));
         const std::vector<ub8> h = random_words(rng, n);
         Rids r = random_rids(rng, n);
         s.src = hashes64(h), s.second = r.col, s.third = hashes64(h);
@@ -246,7 +243,6 @@ std::vector<Scenario> hashed_scenarios(std::mt19937_64 &rng, ub8 n) {
             if (with_rid) m.u8(r.ids[i]);
             s.rows.push_back(m.u8(h[i]));
         }
-        out.push_back(std::move(s));
     }
     return out;
 }
@@ -254,9 +250,7 @@ std::vector<Scenario> hashed_scenarios(std::mt19937_64 &rng, ub8 n) {
 std::vector<Scenario> key32_scenarios(std::mt19937_64 &rng, ub8 n) {
     std::vector<Scenario> out;
     for (int with_rid = 0; with_rid < 2; ++with_rid) {
-        Scenario s;
-        s.name = with_rid ? "key32 rid" : "key32";
-        s.flags = VORN_PART_VALUE32 | (with_rid ? VORN_PART_RID : 0);
+        Scenario &s = add(out, with_rid ? "key32 rid" : "key32", VORN_PART_VALUE32 | (with_rid ? VORN_PART_RID : 0));
         std::vector<ub4> keys(n);
         for (auto &x : keys) x = static_cast<ub4>(rng());
         Rids r = random_rids(rng, n);
@@ -269,7 +263,6 @@ std::vector<Scenario> key32_scenarios(std::mt19937_64 &rng, ub8 n) {
             if (with_rid) m.gap(4).u8(r.ids[i]);
             s.rows.push_back(m);
         }
-        out.push_back(std::move(s));
     }
     return out;
 }
@@ -277,25 +270,19 @@ std::vector<Scenario> key32_scenarios(std::mt19937_64 &rng, ub8 n) {
 std::vector<Scenario> rid_hash_scenarios(std::mt19937_64 &rng, ub8 n) {
     std::vector<Scenario> out;
     for (ub4 form : kKeyForms) {
-        Scenario s;
-        s.name = std::string("rid hash over ") + form_name(form);
-        s.flags = VORN_PART_RID | VORN_PART_HASH;
+        Scenario &s = add(out, std::string("rid hash over ") + form_name(form), VORN_PART_RID | VORN_PART_HASH);
         std::vector<ub8> h;
         s.src = key_source(rng, form, n, h);
         Rids r = random_rids(rng, n);
         s.second = r.col;
         for (ub8 i = 0; i < n; ++i) s.rows.push_back(ModelRow{h[i], {}}.u8(r.ids[i]).u8(h[i]));
-        out.push_back(std::move(s));
     }
     // Finished records of key kind 0x21, copied as they are.
-    Scenario s;
-    s.name = "rid hash records";
-    s.flags = VORN_PART_RID | VORN_PART_HASH;
+    Scenario &s = add(out, "rid hash records", VORN_PART_RID | VORN_PART_HASH);
     const std::vector<ub8> words = random_words(rng, 2 * n);
     s.src = words_column(words, VORN_KEY_KIND_FLAGS(VORN_KEY_KIND_RIDHASH), 128);
     s.src->vec.size = static_cast<ub4>(n);
     for (ub8 i = 0; i < n; ++i) s.rows.push_back(ModelRow{words[2 * i + 1], {}}.u8(words[2 * i]).u8(words[2 * i + 1]));
-    out.push_back(std::move(s));
     return out;
 }
 
@@ -304,9 +291,8 @@ std::vector<Scenario> payload_scenarios(std::mt19937_64 &rng, ub8 n) {
     for (ub4 form : kKeyForms) {
         // The self-describing record, with a payload of each layout.
         for (ub4 payload : kValueLayouts) {
-            Scenario s;
-            s.name = std::string("var ") + form_name(form) + " " + layout_name(payload);
-            s.flags = VORN_PART_VAR | VORN_PART_HASH;
+            Scenario &s = add(out, std::string("var ") + form_name(form) + " " + layout_name(payload),
+                              VORN_PART_VAR | VORN_PART_HASH);
             std::vector<ub8> h;
             s.src = key_source(rng, form, n, h);
             Keys p = random_keys(rng, payload, n);
@@ -315,12 +301,9 @@ std::vector<Scenario> payload_scenarios(std::mt19937_64 &rng, ub8 n) {
                 const std::size_t len = p.values[i].size();
                 s.rows.push_back(ModelRow{h[i], {}}.u2(static_cast<ub2>(len + 8)).u8(h[i]).raw(p.where[i], len));
             }
-            out.push_back(std::move(s));
         }
         // {hash, payload_bytes} from a fixed payload column.
-        Scenario s;
-        s.name = std::string("hash payload ") + form_name(form);
-        s.flags = VORN_PART_PAYLOAD | VORN_PART_HASH;
+        Scenario &s = add(out, std::string("hash payload ") + form_name(form), VORN_PART_PAYLOAD | VORN_PART_HASH);
         const ub4 width = 1 + static_cast<ub4>(rng() % 20);
         s.payload_bytes = static_cast<ub4>(rng() % (width + 1));
         std::vector<ub8> h;
@@ -328,7 +311,6 @@ std::vector<Scenario> payload_scenarios(std::mt19937_64 &rng, ub8 n) {
         Keys p = random_keys(rng, VORN_FIXED, n, width);
         s.second = p.col;
         for (ub8 i = 0; i < n; ++i) s.rows.push_back(ModelRow{h[i], {}}.u8(h[i]).raw(p.where[i], s.payload_bytes));
-        out.push_back(std::move(s));
     }
     return out;
 }
@@ -436,7 +418,6 @@ public:
 
     const std::vector<ub1> &collected(ub8 p) const { return collected_[p]; }
     ub1 **cursors() { return cursors_.data(); }
-    ub1 *const *limits() { return limits_.data(); }
 
 private:
     Bits bits_;
@@ -636,14 +617,10 @@ TEST(Partition, RepartitionOfVariableRecords) {
         Scenario re;
         re.name = "repartition";
         re.flags = VORN_PART_VAR | VORN_PART_HASH;
-        auto col = std::make_shared<Col>();
-        col->words.resize(records.size() / 8 + 2);
-        if (!records.empty()) std::memcpy(col->words.data(), records.data(), records.size());
-        col->enc.flags = VORN_ALIGNED | VORN_LV;
-        col->vec.enc_ctx = &col->enc;
-        col->vec.data = col->words.data();
-        col->vec.size = static_cast<ub4>(n);
-        re.src = col;
+        std::vector<ub8> words(records.size() / 8 + 2);
+        if (!records.empty()) std::memcpy(words.data(), records.data(), records.size());
+        re.src = words_column(std::move(words), VORN_ALIGNED | VORN_LV, 0);
+        re.src->vec.size = static_cast<ub4>(n);
         re.rows = s.rows;
         for (unsigned bits : {0u, 3u, 9u}) {
             auto never = [](const void *, ub8, ub8) -> ub8 {

@@ -183,6 +183,12 @@ StoreModel read_block(const VarStore &s, const StoreModel &shape) {
     return m;
 }
 
+void expect_same_store(const StoreModel &got, const StoreModel &want) {
+    EXPECT_TRUE(got.bytes == want.bytes);
+    EXPECT_TRUE(got.refs == want.refs);
+    EXPECT_TRUE(got.offsets == want.offsets);
+}
+
 constexpr ub4 kConvertStores[] = {VORN_STORE_REFS | VORN_STORE_ONE_COL, VORN_STORE_REFS | VORN_STORE_LEN_FIELDS,
                                   VORN_STORE_REFS | VORN_STORE_OFFSETS, VORN_STORE_REFS, VORN_STORE_OFFSETS};
 
@@ -197,10 +203,7 @@ TEST(TransposeConvert, EveryStoreInOneCallAndResumedUnderSmallRooms) {
 
             auto one = reference_store(t, flags, 64);
             ASSERT_TRUE(convert_blocks(*one, t));
-            const StoreModel got = read_block(*one, want);
-            EXPECT_TRUE(got.bytes == want.bytes);
-            EXPECT_TRUE(got.refs == want.refs);
-            EXPECT_TRUE(got.offsets == want.offsets);
+            expect_same_store(read_block(*one, want), want);
             if (rows == 0) continue;
 
             // The host makes a little room after each 18 and calls again.
@@ -228,10 +231,7 @@ TEST(TransposeConvert, EveryStoreInOneCallAndResumedUnderSmallRooms) {
                 ASSERT_LT(calls, 100000);
             }
             EXPECT_EQ(k.row_pos, rows);
-            const StoreModel after = read_block(*resumed, want);
-            EXPECT_TRUE(after.bytes == want.bytes);
-            EXPECT_TRUE(after.refs == want.refs);
-            EXPECT_TRUE(after.offsets == want.offsets);
+            expect_same_store(read_block(*resumed, want), want);
         }
     }
 }
@@ -252,9 +252,8 @@ TEST(TransposeConvert, ARowThatJustFitsTakesTheLastByte) {
         TestHost host;
         vorn_kernel_ctx k = host.kctx();
         k.row_pos = 77;
-        EXPECT_EQ(ctx().vorn_transpose_convert_dydi(&short_block->tspec, short_block->ref_table_ptrs.data(), 0, 0, 0, 0,
-                                                    &k),
-                  18u);
+        const auto tables = short_block->ref_table_ptrs.data();
+        EXPECT_EQ(ctx().vorn_transpose_convert_dydi(&short_block->tspec, tables, 0, 0, 0, 0, &k), 18u);
         EXPECT_EQ(k.row_pos, 0u);
         EXPECT_EQ(short_block->data_cursors[0], short_block->data[0].data());
         EXPECT_EQ(short_block->ref_cursors[0], short_block->refs[0].data());

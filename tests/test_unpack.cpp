@@ -8,9 +8,7 @@
 
 #include "decode/rle_expand.h"
 #include "support/guarded_stream.h"
-#include "support/lomp_column.h"
-#include "support/run_columns.h"
-#include "support/test_host.h"
+#include "support/kernel_checks_b.h"
 
 namespace {
 
@@ -48,32 +46,12 @@ struct Out {
     }
 };
 
-// ---- Columns and selections ------------------------------------------------------
+using Source = CodeSource;
 
-enum class Layout { plain, rle8, rle16 };
-
-struct Source {
-    std::unique_ptr<Column> col;
-    std::vector<ub8> rows;  // the code of every row
-};
-
-Source make_source(std::mt19937_64 &rng, unsigned w, Layout layout, bool compressed, ub4 approx_rows,
+Source make_source(std::mt19937_64 &rng, unsigned w, Storage storage, bool compressed, ub4 approx_rows,
                    bool zero_runs = true) {
-    Source s;
-    if (layout == Layout::plain) {
-        s.rows = random_codes(rng, approx_rows, w);
-        s.col = packed_column(s.rows, w);
-    } else {
-        const unsigned bits = layout == Layout::rle8 ? 8 : 16;
-        const ub4 runs = std::max<ub4>(1, approx_rows / 9);
-        const auto lengths = random_lengths(rng, runs, bits, zero_runs);
-        const auto codes = random_codes(rng, runs, w);
-        s.col = packed_column(codes, w);
-        s.col->make_rle(lengths, bits);
-        s.rows = rows_of_runs(codes, lengths);
-    }
-    if (compressed) compress_column(*s.col);  // a real stream, for the library's decoder
-    return s;
+    return code_source(rng, w, storage, compressed, approx_rows, [&](std::size_t n) { return random_codes(rng, n, w); },
+                       zero_runs);
 }
 
 // ---- The model ---------------------------------------------------------------
@@ -138,7 +116,7 @@ TEST(Unpack, EveryWidthElementSelectionAndStorageAgreesWithTheModel) {
     for (unsigned w : kWidths) {
         for (bool wide : {false, true}) {
             if (w > 16 && wide) continue;  // always ub4
-            for (Layout layout : {Layout::plain, Layout::rle8, Layout::rle16}) {
+            for (Storage layout : kStorages) {
                 for (bool compressed : {false, true}) {
                     for (Sel kind : {Sel::none, Sel::dense, Sel::selective, Sel::list}) {
                         for (ub4 n : {1u, 64u, 65u, 333u, 2500u}) {
@@ -158,14 +136,12 @@ TEST(Unpack, EveryWidthElementSelectionAndStorageAgreesWithTheModel) {
                             Out out(kind == Sel::list ? static_cast<ub4>(sel.list.size()) : room,
                                     element_bytes(w, wide));
                             const Got g = call(k, src, out, w);
-                            const std::string what = kernel_name(w) + (wide ? " ub4" : "") + " layout " +
-                                                     std::to_string(static_cast<int>(layout)) +
-                                                     (compressed ? " compressed" : "") + " " + sel_name(kind) +
-                                                     " rows " + std::to_string(size) + " start " +
-                                                     std::to_string(start) + " room " + std::to_string(room);
-                            expect_output(out, g, e.out, 0, what);
-                            EXPECT_EQ(k.row_pos, e.row_pos) << what;
-                            EXPECT_TRUE(k.done_flags & VORN_DONE_UNPACK_SEL) << what;
+                            SCOPED_TRACE(testing::Message() << kernel_name(w) << (wide ? " ub4" : "") << " layout "
+                                         << int(layout) << (compressed ? " compressed " : " ") << sel_name(kind)
+                                         << " rows " << size << " start " << start << " room " << room);
+                            expect_output(out, g, e.out, 0, "");
+                            EXPECT_EQ(k.row_pos, e.row_pos);
+                            EXPECT_TRUE(k.done_flags & VORN_DONE_UNPACK_SEL);
                         }
                     }
                 }
@@ -213,14 +189,14 @@ TEST(Unpack, ManySmallCallsGiveWhatOneCallGives) {
     std::mt19937_64 rng(22);
     TestHost host;
     for (unsigned w : {1u, 3u, 8u, 11u, 16u, 17u, 24u, 32u}) {
-        for (Layout layout : {Layout::plain, Layout::rle8, Layout::rle16}) {
+        for (Storage layout : kStorages) {
             for (Sel kind : {Sel::none, Sel::dense, Sel::selective}) {
                 for (bool wide : {false, true}) {
                     Source src = make_source(rng, w, layout, rng() % 2 == 0, 700);
                     const double density = kind == Sel::none ? 1.0 : rng() % 2 ? 0.6 : 1.0;
                     const Selection sel = make_selection(rng, kind, src.col->vec.size, density, true);
                     const std::vector<ub8> want = model(src.rows, sel, 0, ~0u).out;
-                    const bool runs = layout != Layout::plain;
+                    const bool runs = layout != Storage::plain;
                     // Every start: one row a call, then two, then three.
                     for (ub4 step : {1u, 2u, 3u}) {
                         const auto got = unpack_in_pieces(host, src, sel, w, wide, [&](int) { return step; }, runs);
@@ -249,7 +225,7 @@ TEST(Unpack, BlocksReadNothingBehindTheStreamsThreeSpareBytes) {
     for (unsigned w : kWidths) {
         for (ub4 n : {64u, 100u, 128u, 191u, 192u, 257u, 1000u}) {
             for (Sel kind : {Sel::none, Sel::dense}) {
-                Source src = make_source(rng, w, Layout::plain, false, n);
+                Source src = make_source(rng, w, Storage::plain, false, n);
                 const GuardedStream exact(src.col->data, (static_cast<std::size_t>(n) * w + 7) / 8 + 3);
                 src.col->vec.data = exact.data();
                 const Selection sel = make_selection(rng, kind, n, 0.9, true);
@@ -307,7 +283,7 @@ TEST(Unpack, RowPosMovedBackBeforeTheRecordedRun) {
     std::mt19937_64 rng(27);
     TestHost host;
     for (Sel kind : {Sel::none, Sel::dense}) {
-        Source src = make_source(rng, 6, Layout::rle8, false, 2000, false);
+        Source src = make_source(rng, 6, Storage::rle8, false, 2000, false);
         const ub4 size = src.col->vec.size;
         const Selection sel = make_selection(rng, kind, size, 0.7, true);
         vorn_kernel_ctx k = host.kctx();
@@ -334,7 +310,7 @@ TEST(Unpack, ListedRowsOfRunsStopAtTheRoomAndResume) {
     std::mt19937_64 rng(29);
     TestHost host;
     for (unsigned w : kWidths) {
-        for (Layout layout : {Layout::rle8, Layout::rle16}) {
+        for (Storage layout : {Storage::rle8, Storage::rle16}) {
             const bool wide = w <= 16 && rng() % 2;
             Source src = make_source(rng, w, layout, rng() % 4 == 0, 400);
             const double density = rng() % 2 ? 0.05 : 0.7;
@@ -362,34 +338,29 @@ TEST(Unpack, AnEmptyOnesVecOnRunsIsRaised) {
     const Got g = call(k, c.src, out, 8);
     EXPECT_EQ(g.code, 1u);
     EXPECT_EQ(g.num_ones, 0u);
-    ASSERT_EQ(raised().size(), 1u);
-    EXPECT_EQ(raised()[0].message, "vorn_decode_unpack_dict_8bit: [rle] ones_vec size is zero");
-    EXPECT_EQ(raised()[0].error_context, TestHost::kErrorContext);
+    expect_one_raise("vorn_decode_unpack_dict_8bit: [rle] ones_vec size is zero");
 }
 
 TEST(Unpack, ACompressedColumnIsDecodedOnceUnderTheKernelsName) {
     std::mt19937_64 rng(24);
     TestHost host;
-    Source src = make_source(rng, 13, Layout::plain, true, 500);
+    Source src = make_source(rng, 13, Storage::plain, true, 500);
     for (int round = 0; round < 2; ++round) {
         vorn_kernel_ctx k = host.kctx();
         Out out(500, 2);
         const Got g = call(k, src, out, 13);
         expect_output(out, g, src.rows, 0, "round " + std::to_string(round));
     }
-    ASSERT_EQ(host.allocs.size(), 1u);
-    EXPECT_EQ(host.allocs[0].name, "vorn_decode_unpack_dict_13bit: vec1_decomp");
-    EXPECT_EQ(host.decode_calls, 1u);
+    expect_decoded_once(host, kernel_name(13));
 
     // A decoder that fails is reported under the kernel's name.
-    host.decoder = [](const vorn_lomp_ctx *, const ub1 *, ub1 *, ub4 *, ub4) -> ub8 { return 24; };
-    Source other = make_source(rng, 20, Layout::rle16, true, 50);
+    host.decoder = failing_decode;
+    Source other = make_source(rng, 20, Storage::rle16, true, 50);
     vorn_kernel_ctx k = host.kctx();
     Out out(500, 4);
     clear_raised();
     call(k, other, out, 20);
-    ASSERT_EQ(raised().size(), 1u);
-    EXPECT_EQ(raised()[0].message, "vorn_decode_unpack_dict_20bit: vorn_lomp_decode failed");
+    expect_one_raise("vorn_decode_unpack_dict_20bit: vorn_lomp_decode failed");
 }
 
 // ---- The expansion functions, white-box ------------------------------------------

@@ -49,6 +49,13 @@ std::vector<ub4> random_codes(std::mt19937_64 &rng, std::size_t n, ub4 top, ub4 
     return codes;
 }
 
+// A context of the test host for the translation record x.
+vorn_kernel_ctx xlate_kctx(vorn_xlate_ctx &x) {
+    vorn_kernel_ctx k = host().kctx();
+    k.xlate_ctx = &x;
+    return k;
+}
+
 struct Ends {
     ub8 first = VORN_XLATE_NO_ROW, last = VORN_XLATE_NO_ROW, kept = 0;
 };
@@ -79,16 +86,9 @@ void check_call(const Member &m, const Table &t, const std::vector<ub4> &codes, 
     res.vec.num_ones = 777;
     const unsigned ob = out_bytes(m.elem);
     std::vector<ub1> out((n + 9) * ob, kOutFill);
-    vorn_xlate_ctx x{};
-    x.low_code = low;
-    x.high_code = high;
-    x.out = out.data();
-    x.first_kept = preset.first;
-    x.last_kept = preset.last;
-    x.kept = preset.kept;
-    vorn_kernel_ctx k = host().kctx();
+    vorn_xlate_ctx x{low, high, out.data(), preset.first, preset.last, preset.kept};
+    vorn_kernel_ctx k = xlate_kctx(x);
     k.start_row = start;
-    k.xlate_ctx = &x;
     k.bv_aux = aux;
     k.flags = no_ends ? VORN_CTX_XLATE_NO_ENDS : 0;
     k.done_flags = 0x40;
@@ -191,8 +191,7 @@ TEST(Xlate, PiecesAddUpToTheWholeColumn) {
         Result res(n, 0);
         std::vector<ub1> out(n * out_bytes(m.elem), kOutFill);
         vorn_xlate_ctx x{low, high, out.data(), VORN_XLATE_NO_ROW, VORN_XLATE_NO_ROW, 0};
-        vorn_kernel_ctx k = host().kctx();
-        k.xlate_ctx = &x;
+        vorn_kernel_ctx k = xlate_kctx(x);
         std::vector<ub8> cuts = {0, n};
         for (int i = 0; i < 9; ++i) cuts.push_back(rng() % n);
         std::sort(cuts.begin(), cuts.end());
@@ -225,8 +224,7 @@ TEST(Xlate, EntryLayouts) {
         vorn_xlate_table rec{};
         rec.table = table;
         vorn_xlate_ctx x{0, 15, out ? out->data() : nullptr, VORN_XLATE_NO_ROW, VORN_XLATE_NO_ROW, 0};
-        vorn_kernel_ctx k = host().kctx();
-        k.xlate_ctx = &x;
+        vorn_kernel_ctx k = xlate_kctx(x);
         Result res(16, 0);
         kernel(member_index(kSim, elem, kPlain, c2d)).xlate(&res.vec, &col->vec, &rec, &k);
         return static_cast<ub4>(res.bv[0]);
@@ -264,8 +262,7 @@ TEST(Xlate, EmptyRangeKeepsNothingAndReadsNoTable) {
             vorn_xlate_table rec{};
             rec.base = c.base;
             vorn_xlate_ctx x{c.low, c.high, out.data(), 4, 5, 6};
-            vorn_kernel_ctx k = host().kctx();
-            k.xlate_ctx = &x;
+            vorn_kernel_ctx k = xlate_kctx(x);
             k.start_row = 3;
             k.bv_aux = with_aux ? aux.data() : nullptr;
             EXPECT_EQ(kernel(member_index(c.kind, kUb2, kPlain, true)).xlate(&res.vec, &col->vec, &rec, &k), 1u);
@@ -295,8 +292,7 @@ TEST(Xlate, CompressedCodesAreDecompressedOnce) {
     for (ub4 pass = 0; pass < 2; ++pass) {
         Result res(codes.size(), 0);
         vorn_xlate_ctx x{0, 499, nullptr, VORN_XLATE_NO_ROW, VORN_XLATE_NO_ROW, 0};
-        vorn_kernel_ctx k = host().kctx();
-        k.xlate_ctx = &x;
+        vorn_kernel_ctx k = xlate_kctx(x);
         kernel(member_index(kSim, kUb2, kPlain, false)).xlate(&res.vec, &col->vec, &t->rec, &k);
         const Expected e = translate_model(*t, codes, 0, codes.size(), 0, 499, nullptr);
         for (ub8 r = 0; r < codes.size(); ++r) ASSERT_EQ(res.bit(r), e.kept[r]) << r;
@@ -316,8 +312,7 @@ void expect_refused(ub4 index, vorn_vec &src, const ub8 *aux) {
     res.vec.num_ones = 777;
     std::vector<ub4> out(src.size + 4, 0x77777777);
     vorn_xlate_ctx x{0, 99, out.data(), 1, 2, 3};
-    vorn_kernel_ctx k = host().kctx();
-    k.xlate_ctx = &x;
+    vorn_kernel_ctx k = xlate_kctx(x);
     k.start_row = 5;
     k.bv_aux = aux;
     EXPECT_EQ(kernel(index).xlate(&res.vec, &src, &t->rec, &k), 2u);
