@@ -103,7 +103,8 @@ VORN_INLINE void deliver(const Sink &sink, const double *d, ub4 n, Hand &&hand) 
 }
 
 // The single-query walk of squared euclid over float or int8 rows, eight
-// rows at a time (euclid_rows.h); results reach the sink in walk order, so
+// rows at a time (euclid_rows.h: float rows side by side, int8 rows in
+// exact integer sums); results reach the sink in walk order, so
 // the sink cannot tell this walk from walk_unif's.  The query is widened to
 // floats on the stack.  A walk over every row from the cursor reads the
 // eight row pointers of a group straight from the column's array; a
@@ -113,15 +114,23 @@ template <bool Int8, class Sink>
 ub8 walk_euclid8(vorn_vec *right, const void *query, ub4 metric, vorn_kernel_ctx *ctx, ub8 capacity, Sink &&sink,
                  ub8 *walked) {
     const ub4 dim = right->enc_ctx->vec_dim;
-    alignas(16) float q[kEuclidMaxDim];
-    for (ub4 i = 0; i < dim; ++i) q[i] = load_row1<Int8>(query, i);
+    // The query: 16-bit integers for int8 rows, floats and their paired
+    // layout for float rows.
+    alignas(16) sb2 qw[Int8 ? kEuclidMaxDim : 8];
+    alignas(16) float q[Int8 ? 4 : kEuclidMaxDim];
     alignas(16) float qx[Int8 ? 4 : 2 * kEuclidMaxDim];
-    if (!Int8) pair_query(q, dim, qx);
+    if constexpr (Int8) {
+        for (ub4 i = 0; i < dim; ++i) qw[i] = static_cast<const sb1 *>(query)[i];
+    } else {
+        for (ub4 i = 0; i < dim; ++i) q[i] = static_cast<const float *>(query)[i];
+        pair_query(q, dim, qx);
+    }
     const void *const *col = row_pointers(right);
     const void *one = right->data;
     alignas(16) double d[kEuclidRows];
     auto distances = [&](const void *const *rows8) {
-        euclid_rows8<Int8>(q, qx, rows8, dim, d);
+        if constexpr (Int8) int8_euclid_rows8(qw, rows8, dim, d);
+        else euclid_rows8(q, qx, rows8, dim, d);
         if (metric == VORN_METRIC_EUCLID)
             for (ub4 j = 0; j < kEuclidRows; ++j) d[j] = guarded_sqrt(d[j]);
     };
