@@ -66,14 +66,14 @@ ub8 walk_unif(vorn_vec *right, vorn_vec *left, vorn_dbv_fn kernel, ub4 metric, c
 template <class Sink>
 concept CutSink = requires(const Sink &s) { s.cut(); };
 
-// Rows ahead of the one computed whose first line is prefetched.  Rows of
-// a column need not lie in sequence, so the hardware's stream prefetch
-// cannot find the next row by itself, but once a row's first line is read
-// it follows the rest of the row (and a row that starts a page starts its
-// stream there).  Prefetching every line of a row cost about 3 ns a row in
-// cache and won nothing out of it; further ahead (32, 64 rows) or with the
-// non-temporal hint it was no better.  Two groups of eight rows ahead is
-// about a memory latency.
+// Rows ahead of the one computed whose first line is prefetched where a
+// walk does not spread its prefetches through the arithmetic (as the
+// float rows of a run do, euclid_rows.h): selections, int8 and bit rows.
+// Rows of a column need not lie in sequence, so the hardware's stream
+// prefetch cannot find the next row by itself, but once a row's first line
+// is read it follows the rest of the row.  Prefetching every line of a
+// group's rows in one burst cost 1 to 3 ns a row in cache and won nothing
+// out of it.  Two groups of eight rows ahead is about a memory latency.
 inline constexpr ub4 kRowsAhead = 16;
 
 // The pointer array of a column, or null for a single value (row_pointer).
@@ -128,9 +128,9 @@ ub8 walk_euclid8(vorn_vec *right, const void *query, ub4 metric, vorn_kernel_ctx
     const void *const *col = row_pointers(right);
     const void *one = right->data;
     alignas(16) double d[kEuclidRows];
-    auto distances = [&](const void *const *rows8) {
+    auto distances = [&](const void *const *rows8, const void *const *ahead) {
         if constexpr (Int8) int8_euclid_rows8(qw, rows8, dim, d);
-        else euclid_rows8(q, qx, rows8, dim, d);
+        else euclid_rows8(q, qx, rows8, dim, d, ahead);
         if (metric == VORN_METRIC_EUCLID)
             for (ub4 j = 0; j < kEuclidRows; ++j) d[j] = guarded_sqrt(d[j]);
     };
@@ -139,18 +139,25 @@ ub8 walk_euclid8(vorn_vec *right, const void *query, ub4 metric, vorn_kernel_ctx
     if (col != nullptr && dense_run(ctx, right->size, capacity, &run)) {
         const void *const *p = col + run.from;
         const ub4 n = run.count;
-        for (ub4 i = 0; i < n && i < kRowsAhead; ++i) __builtin_prefetch(p[i]);
+        // Float rows of twelve elements or more prefetch the rows
+        // kGroupsAhead groups on inside the arithmetic (euclid_rows.h);
+        // other rows have the first line of the row kRowsAhead on
+        // prefetched.
+        const bool spread = !Int8 && dim >= 12;
+        const ub4 lead = spread ? kGroupsAhead * kEuclidRows : kRowsAhead;
+        for (ub4 i = 0; i < n && i < lead; ++i) __builtin_prefetch(p[i]);
         ub4 i = 0;
         for (; i + kEuclidRows <= n; i += kEuclidRows) {
-            if (i + kRowsAhead + kEuclidRows <= n)
-                for (ub4 j = 0; j < kEuclidRows; ++j) __builtin_prefetch(p[i + kRowsAhead + j]);
-            distances(p + i);
+            const bool room = i + lead + kEuclidRows <= n;
+            if (!spread && room)
+                for (ub4 j = 0; j < kEuclidRows; ++j) __builtin_prefetch(p[i + lead + j]);
+            distances(p + i, spread && room ? p + i + lead : nullptr);
             deliver(sink, d, kEuclidRows, [&](ub4 j) { sink(i + j, run.from + i + j, d[j]); });
         }
         if (i < n) {
             const ub4 left = n - i;
             for (ub4 j = 0; j < kEuclidRows; ++j) ptrs[j] = p[i + (j < left ? j : 0)];
-            distances(ptrs);
+            distances(ptrs, nullptr);
             deliver(sink, d, left, [&](ub4 j) { sink(i + j, run.from + i + j, d[j]); });
         }
         return end_dense_run(ctx, run, walked);
@@ -160,7 +167,7 @@ ub8 walk_euclid8(vorn_vec *right, const void *query, ub4 metric, vorn_kernel_ctx
     ub4 n = 0;
     auto flush = [&](ub4 count) {
         for (ub4 j = count; j < kEuclidRows; ++j) ptrs[j] = ptrs[0];
-        distances(ptrs);
+        distances(ptrs, nullptr);
         deliver(sink, d, count, [&](ub4 j) { sink(ks[j], rs[j], d[j]); });
     };
     auto prefetch_row = [&](ub4 r) { __builtin_prefetch(row_at(col, one, r)); };
