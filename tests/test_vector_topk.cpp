@@ -284,14 +284,14 @@ TEST(VectorTopK, OffersBelowTheCutOnlyChangeNothing) {
 }
 
 // With no selection the single-query walks take every row from the cursor
-// as one run, eight rows a group, prefetching sixteen rows ahead: run
-// lengths and cursors around those counts (a run shorter than a group, a
-// partial last group, a run ending inside the prefetch distance), with and
-// without a context, give the exact heap's result and the cursor behind
-// the run.
+// as one run, eight rows a group, prefetching sixteen rows ahead (float
+// rows: the group four groups on): run lengths and cursors around those
+// counts (a run shorter than a group, a partial last group, a run ending
+// inside either prefetch distance), with and without a context, give the
+// exact heap's result and the cursor behind the run.
 TEST(VectorTopK, RunsFromTheCursorAroundGroupsAndPrefetch) {
     std::mt19937_64 rng(45);
-    const ub4 lengths[] = {1, 2, 7, 8, 9, 15, 16, 17, 23, 24, 25, 31, 32, 33, 40, 41, 257};
+    const ub4 lengths[] = {1, 2, 7, 8, 9, 15, 16, 17, 23, 24, 25, 31, 32, 33, 39, 40, 41, 47, 48, 49, 257};
     for (unsigned elem : {unsigned(kFloat), unsigned(kInt8), UnifColumn::kBits})
         for (unsigned dim : {4u, 13u, 128u})
             for (ub4 len : lengths) {
