@@ -67,8 +67,9 @@ template <class Sink>
 concept CutSink = requires(const Sink &s) { s.cut(); };
 
 // Rows ahead of the one computed whose first line is prefetched where a
-// walk does not spread its prefetches through the arithmetic (as the
-// float rows of a run do, euclid_rows.h): selections, int8 and bit rows.
+// walk does not spread its prefetches through the arithmetic (as float
+// rows do, euclid_rows.h): int8 and bit rows, and the first rows of each
+// batch of a selection over float rows.
 // Rows of a column need not lie in sequence, so the hardware's stream
 // prefetch cannot find the next row by itself, but once a row's first line
 // is read it follows the rest of the row.  Prefetching every line of a
@@ -165,31 +166,43 @@ ub8 walk_euclid8(vorn_vec *right, const void *query, ub4 metric, vorn_kernel_ctx
     ub8 ks[kEuclidRows];
     ub4 rs[kEuclidRows];
     ub4 n = 0;
-    auto flush = [&](ub4 count) {
+    const void *ahead[kEuclidRows];
+    auto flush = [&](ub4 count, const void *const *pf) {
         for (ub4 j = count; j < kEuclidRows; ++j) ptrs[j] = ptrs[0];
-        distances(ptrs, nullptr);
+        distances(ptrs, pf);
         deliver(sink, d, count, [&](ub4 j) { sink(ks[j], rs[j], d[j]); });
     };
+    // A selection's groups prefetch as a run's do when the rows
+    // kGroupsAhead groups on are in the same batch; the first rows of a
+    // batch have their first lines prefetched.
+    const bool spread = !Int8 && dim >= 12;
+    const ub4 lead = spread ? kGroupsAhead * kEuclidRows : kRowsAhead;
     auto prefetch_row = [&](ub4 r) { __builtin_prefetch(row_at(col, one, r)); };
     const ub8 code = walk_batches(
         ctx, right->size, capacity,
         [&](const ub4 *rows, ub4 count, ub8 out, ub4 *) -> ub8 {
             prefetch_row_pointers(right, rows, count);
-            for (ub4 i = 0; i < count && i < kRowsAhead; ++i) prefetch_row(rows[i]);
+            for (ub4 i = 0; i < count && i < lead; ++i) prefetch_row(rows[i]);
             for (ub4 i = 0; i < count; ++i) {
-                if (i + kRowsAhead < count) prefetch_row(rows[i + kRowsAhead]);
+                if (!spread && i + lead < count) prefetch_row(rows[i + lead]);
                 ptrs[n] = row_at(col, one, rows[i]);
                 ks[n] = out + i;
                 rs[n] = rows[i];
                 if (++n == kEuclidRows) {
-                    flush(n);
+                    // The group ends at i; the one kGroupsAhead groups on
+                    // starts at i + 1 + lead - kEuclidRows.
+                    const bool room = spread && i + lead < count;
+                    if (room)
+                        for (ub4 j = 0; j < kEuclidRows; ++j)
+                            ahead[j] = row_at(col, one, rows[i + 1 + lead - kEuclidRows + j]);
+                    flush(n, room ? ahead : nullptr);
                     n = 0;
                 }
             }
             return 0;
         },
         walked);
-    if (n != 0) flush(n);
+    if (n != 0) flush(n, nullptr);
     return code;
 }
 
