@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "support/distance_model.h"
 #include "support/test_host.h"
 #include "support/vector_model.h"
 #include "vector/dbv_names.h"
@@ -568,6 +569,83 @@ TEST(VectorPick, EveryKeyInRange) {
     EXPECT_EQ(pick(0xFFFFFFFFu, 1, 0, 0, 1, 0, 0), nullptr);
     EXPECT_EQ(names[pick(3, 7, 1, 0, 5, 1, 0)], "vorn_dbv_cosine_float16_int8");
     EXPECT_EQ(names[pick(3, 7, 1, 0, 5, 0, 0)], "vorn_dbv_cosine_Cfloat16_int8");
+}
+
+// The single-query distance driver over every row from the cursor, cut by
+// the result capacity: the walk takes the rows eight at a time straight
+// from the column, so capacities and run lengths around a group and around
+// the prefetch distance of sixteen rows each give the kernel's distance for
+// each row, nothing behind the last, and the cursor behind the run.
+TEST(VectorDistance, SingleQueryRunsCutByTheCapacity) {
+    namespace tv = vorntest::vec;
+    std::mt19937_64 rng(46);
+    const ub4 caps[] = {1, 7, 8, 9, 16, 17, 24, 25, 33, 1000};
+    for (unsigned elem : {unsigned(tv::kFloat), unsigned(tv::kInt8), tv::UnifColumn::kBits})
+        for (ub4 cap : caps) {
+            const unsigned dim = elem == tv::UnifColumn::kBits ? 128 : 4 + static_cast<unsigned>(rng() % 8);
+            const ub4 n = 1 + static_cast<ub4>(rng() % 60);
+            tv::UnifColumn right(elem, dim, n, rng), left(elem, dim, 1, rng);
+            vorn_kernel_ctx k{};
+            k.row_pos = static_cast<ub4>(rng() % (n + 2));
+            const vorn_kernel_ctx before = k;
+            const auto rows = tv::walked_rows(k, n, cap);
+            std::vector<double> out(cap + 1, -7.0);
+            vorn_enc_ctx res_enc{};
+            res_enc.flags = VORN_NATIVE_FP;
+            vorn_vec res{};
+            res.enc_ctx = &res_enc;
+            res.data = out.data();
+            res.size = cap;
+            const unsigned metric = elem == tv::UnifColumn::kBits ? 8 : 1 + static_cast<unsigned>(rng() % 2);
+            SCOPED_TRACE(testing::Message() << "elem " << elem << " n " << n << " from " << before.row_pos << " cap " << cap);
+            ASSERT_EQ(ctx().vorn_vector_distance_dydi(&res, &right.vec, &left.vec, metric, 0, &k, nullptr), 0u);
+            for (std::size_t i = 0; i < rows.size(); ++i) {
+                const ub4 r = rows[i];
+                const double want = elem == tv::UnifColumn::kBits
+                                        ? tv::hamming_bits_model(left.rows[0], right.rows[r], dim)
+                                        : tv::euclid_model(elem, elem, left.rows[0], right.rows[r], dim, metric);
+                ASSERT_TRUE(tv::same_bits(out[i], want)) << "row " << r;
+            }
+            ASSERT_EQ(out[rows.size()], -7.0);
+            EXPECT_EQ(k.row_pos, tv::cursor_after(before, rows));
+        }
+}
+
+// Single-query int8 euclid sums its squares as integers: over widths
+// around the blocks of 16 and 8 elements and up to and past the widest
+// query that the walk widens (2048), with rows at the far ends of the range
+// against a query at the other end (the largest squares), the distances
+// are the kernel's doubles.
+TEST(VectorDistance, Int8RowsAtTheLimitsOfTheirRange) {
+    namespace tv = vorntest::vec;
+    std::mt19937_64 rng(47);
+    for (unsigned dim : {1u, 7u, 8u, 9u, 15u, 16u, 17u, 24u, 31u, 33u, 2047u, 2048u, 2049u}) {
+        const ub4 n = 11;
+        tv::UnifColumn right(tv::kInt8, dim, n, rng), left(tv::kInt8, dim, 1, rng);
+        for (unsigned i = 0; i < dim; ++i) left.rows[0][i] = 0x7F;
+        for (ub4 r = 0; r < n; ++r)
+            for (unsigned i = 0; i < dim; ++i) {
+                const unsigned pick = static_cast<unsigned>(rng() % 4);
+                if (r % 3 == 0 || pick == 0) right.rows[r][i] = 0x80;
+                else if (pick == 1) right.rows[r][i] = 0x7F;
+            }
+        std::vector<double> out(n);
+        vorn_enc_ctx res_enc{};
+        res_enc.flags = VORN_NATIVE_FP;
+        vorn_vec res{};
+        res.enc_ctx = &res_enc;
+        res.data = out.data();
+        res.size = n;
+        for (unsigned metric : {1u, 2u}) {
+            ASSERT_EQ(ctx().vorn_vector_distance_dydi(&res, &right.vec, &left.vec, metric, 0, nullptr, nullptr), 0u);
+            for (ub4 r = 0; r < n; ++r)
+                ASSERT_TRUE(tv::same_bits(out[r], tv::euclid_model(tv::kInt8, tv::kInt8, left.rows[0], right.rows[r],
+                                                                    dim, metric)))
+                    << "dim " << dim << " row " << r << " metric " << metric;
+        }
+        // The last call took metric 2: row 0 is all -128 against 127.
+        ASSERT_EQ(out[0], double(dim) * 255 * 255);
+    }
 }
 
 }  // namespace

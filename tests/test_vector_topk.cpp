@@ -283,6 +283,44 @@ TEST(VectorTopK, OffersBelowTheCutOnlyChangeNothing) {
             }
 }
 
+// With no selection the single-query walks take every row from the cursor
+// as one run, eight rows a group, prefetching sixteen rows ahead (float
+// rows: the group four groups on): run lengths and cursors around those
+// counts (a run shorter than a group, a partial last group, a run ending
+// inside either prefetch distance), with and without a context, give the
+// exact heap's result and the cursor behind the run.
+TEST(VectorTopK, RunsFromTheCursorAroundGroupsAndPrefetch) {
+    std::mt19937_64 rng(45);
+    const ub4 lengths[] = {1, 2, 7, 8, 9, 15, 16, 17, 23, 24, 25, 31, 32, 33, 39, 40, 41, 47, 48, 49, 257};
+    for (unsigned elem : {unsigned(kFloat), unsigned(kInt8), UnifColumn::kBits})
+        for (unsigned dim : {4u, 13u, 128u})
+            for (ub4 len : lengths) {
+                const bool with_ctx = rng() % 3 != 0;
+                const ub4 from = with_ctx ? static_cast<ub4>(rng() % 12) : 0;
+                const ub4 n = from + len;
+                UnifColumn right(elem, dim, n, rng), left(elem, dim, 1, rng);
+                vorn_kernel_ctx k{};
+                k.row_pos = from;
+                const auto rows = walked_rows(k, n, ~ub8{0});
+                const ub4 K = static_cast<ub4>(1 + rng() % 12);
+                TopKResult res(K, rng() % 2);
+                const unsigned metric = elem == UnifColumn::kBits ? 8 : 1 + rng() % 2;
+                SCOPED_TRACE(testing::Message() << "elem " << elem << " dim " << dim << " from " << from << " len "
+                                                << len << " K " << K);
+                ASSERT_EQ(ctx().vorn_vector_topk_dydi(&res.vec, &right.vec, &left.vec, metric, 0,
+                                                      with_ctx ? &k : nullptr, nullptr),
+                          0u);
+                std::vector<Entry> seen;
+                for (ub4 r : rows)
+                    seen.push_back({r, elem == UnifColumn::kBits ? hamming_bits_model(left.rows[0], right.rows[r], dim)
+                                                                 : euclid_model(elem, elem, left.rows[0], right.rows[r], dim, metric)});
+                check(res, seen, K);
+                if (with_ctx) {
+                    EXPECT_EQ(k.row_pos, n);
+                }
+            }
+}
+
 TEST(VectorTopK, FlexibleRowsWithFaultsTakeNoPlace) {
     std::mt19937_64 rng(43);
     for (unsigned trial = 0; trial < 20; ++trial) {

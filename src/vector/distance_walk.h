@@ -66,12 +66,15 @@ ub8 walk_unif(vorn_vec *right, vorn_vec *left, vorn_dbv_fn kernel, ub4 metric, c
 template <class Sink>
 concept CutSink = requires(const Sink &s) { s.cut(); };
 
-// Rows ahead of the one computed whose first line is prefetched: rows of a
-// column need not lie in sequence, so the hardware's stream prefetch cannot
-// find the next row by itself, but once a row's first lines are read it
-// follows the rest of the row; a prefetch of every line costs more in
-// cache than it saves out of it.  Two groups of rows ahead is about a
-// memory latency.
+// Rows ahead of the one computed whose first line is prefetched where a
+// walk does not spread its prefetches through the arithmetic (as float
+// rows do, euclid_rows.h): int8 and bit rows, and the first rows of each
+// batch of a selection over float rows.
+// Rows of a column need not lie in sequence, so the hardware's stream
+// prefetch cannot find the next row by itself, but once a row's first line
+// is read it follows the rest of the row.  Prefetching every line of a
+// group's rows in one burst cost 1 to 3 ns a row in cache and won nothing
+// out of it.  Two groups of eight rows ahead is about a memory latency.
 inline constexpr ub4 kRowsAhead = 16;
 
 // The pointer array of a column, or null for a single value (row_pointer).
@@ -82,73 +85,124 @@ VORN_INLINE const void *row_at(const void *const *ptrs, const void *one, ub4 r) 
     return ptrs != nullptr ? ptrs[r] : one;
 }
 
-// Hands n results of a group to the sink in walk order; with a cut, only
-// those below it (or NaN) are handed over.
-template <class Sink>
-VORN_INLINE void deliver(Sink &sink, const ub8 *ks, const ub4 *rs, const double *d, ub4 n) {
+// Hands the n distances of a group to the sink in walk order, hand(j)
+// offering the j-th; with a cut, only those below it (or NaN) are handed
+// over: one compare of each pair against one reading of the cut.
+template <class Sink, class Hand>
+VORN_INLINE void deliver(const Sink &sink, const double *d, ub4 n, Hand &&hand) {
     using S = std::remove_cvref_t<Sink>;
     if constexpr (CutSink<S>) {
         const __m128d c = _mm_set1_pd(sink.cut());
         ub4 below = 0;
         for (ub4 p = 0; p < kEuclidRows / 2; ++p)
-            below |= ub4(_mm_movemask_pd(_mm_cmpnge_pd(_mm_loadu_pd(d + 2 * p), c))) << (2 * p);
+            below |= ub4(_mm_movemask_pd(_mm_cmpnge_pd(_mm_load_pd(d + 2 * p), c))) << (2 * p);
         below &= (1u << n) - 1;
-        for (; below != 0; below &= below - 1) {
-            const ub4 j = ub4(__builtin_ctz(below));
-            sink(ks[j], rs[j], d[j]);
-        }
+        for (; below != 0; below &= below - 1) hand(ub4(__builtin_ctz(below)));
     } else {
-        for (ub4 j = 0; j < n; ++j) sink(ks[j], rs[j], d[j]);
+        for (ub4 j = 0; j < n; ++j) hand(j);
     }
 }
 
 // The single-query walk of squared euclid over float or int8 rows, eight
-// rows at a time (euclid_rows.h): rows are gathered in walk order and their
-// results reach the sink in that order, so the sink cannot tell this walk
-// from walk_unif's.  The query is widened to floats on the stack.  A group
-// of eight may span two batches of the walk.
+// rows at a time (euclid_rows.h: float rows side by side, int8 rows in
+// exact integer sums); results reach the sink in walk order, so
+// the sink cannot tell this walk from walk_unif's.  The query is widened to
+// floats on the stack.  A walk over every row from the cursor reads the
+// eight row pointers of a group straight from the column's array; a
+// selection's rows are gathered into a group first, and a group may then
+// span two batches of the walk.
 template <bool Int8, class Sink>
 ub8 walk_euclid8(vorn_vec *right, const void *query, ub4 metric, vorn_kernel_ctx *ctx, ub8 capacity, Sink &&sink,
                  ub8 *walked) {
     const ub4 dim = right->enc_ctx->vec_dim;
-    alignas(16) float q[kEuclidMaxDim];
-    for (ub4 i = 0; i < dim; ++i) q[i] = load_row1<Int8>(query, i);
+    // The query: 16-bit integers for int8 rows, floats and their paired
+    // layout for float rows.
+    alignas(16) sb2 qw[Int8 ? kEuclidMaxDim : 8];
+    alignas(16) float q[Int8 ? 4 : kEuclidMaxDim];
     alignas(16) float qx[Int8 ? 4 : 2 * kEuclidMaxDim];
-    if (!Int8) pair_query(q, dim, qx);
+    if constexpr (Int8) {
+        for (ub4 i = 0; i < dim; ++i) qw[i] = static_cast<const sb1 *>(query)[i];
+    } else {
+        for (ub4 i = 0; i < dim; ++i) q[i] = static_cast<const float *>(query)[i];
+        pair_query(q, dim, qx);
+    }
     const void *const *col = row_pointers(right);
     const void *one = right->data;
+    alignas(16) double d[kEuclidRows];
+    auto distances = [&](const void *const *rows8, const void *const *ahead) {
+        if constexpr (Int8) int8_euclid_rows8(qw, rows8, dim, d);
+        else euclid_rows8(q, qx, rows8, dim, d, ahead);
+        if (metric == VORN_METRIC_EUCLID)
+            for (ub4 j = 0; j < kEuclidRows; ++j) d[j] = guarded_sqrt(d[j]);
+    };
     const void *ptrs[kEuclidRows];
+    DenseRun run;
+    if (col != nullptr && dense_run(ctx, right->size, capacity, &run)) {
+        const void *const *p = col + run.from;
+        const ub4 n = run.count;
+        // Float rows of twelve elements or more prefetch the rows
+        // kGroupsAhead groups on inside the arithmetic (euclid_rows.h);
+        // other rows have the first line of the row kRowsAhead on
+        // prefetched.
+        const bool spread = !Int8 && dim >= 12;
+        const ub4 lead = spread ? kGroupsAhead * kEuclidRows : kRowsAhead;
+        for (ub4 i = 0; i < n && i < lead; ++i) __builtin_prefetch(p[i]);
+        ub4 i = 0;
+        for (; i + kEuclidRows <= n; i += kEuclidRows) {
+            const bool room = i + lead + kEuclidRows <= n;
+            if (!spread && room)
+                for (ub4 j = 0; j < kEuclidRows; ++j) __builtin_prefetch(p[i + lead + j]);
+            distances(p + i, spread && room ? p + i + lead : nullptr);
+            deliver(sink, d, kEuclidRows, [&](ub4 j) { sink(i + j, run.from + i + j, d[j]); });
+        }
+        if (i < n) {
+            const ub4 left = n - i;
+            for (ub4 j = 0; j < kEuclidRows; ++j) ptrs[j] = p[i + (j < left ? j : 0)];
+            distances(ptrs, nullptr);
+            deliver(sink, d, left, [&](ub4 j) { sink(i + j, run.from + i + j, d[j]); });
+        }
+        return end_dense_run(ctx, run, walked);
+    }
     ub8 ks[kEuclidRows];
     ub4 rs[kEuclidRows];
     ub4 n = 0;
-    auto flush = [&](ub4 count) {
+    const void *ahead[kEuclidRows];
+    auto flush = [&](ub4 count, const void *const *pf) {
         for (ub4 j = count; j < kEuclidRows; ++j) ptrs[j] = ptrs[0];
-        alignas(16) double d[kEuclidRows];
-        euclid_rows8<Int8>(q, qx, ptrs, dim, d);
-        if (metric == VORN_METRIC_EUCLID)
-            for (ub4 j = 0; j < kEuclidRows; ++j) d[j] = guarded_sqrt(d[j]);
-        deliver(sink, ks, rs, d, count);
+        distances(ptrs, pf);
+        deliver(sink, d, count, [&](ub4 j) { sink(ks[j], rs[j], d[j]); });
     };
+    // A selection's groups prefetch as a run's do when the rows
+    // kGroupsAhead groups on are in the same batch; the first rows of a
+    // batch have their first lines prefetched.
+    const bool spread = !Int8 && dim >= 12;
+    const ub4 lead = spread ? kGroupsAhead * kEuclidRows : kRowsAhead;
     auto prefetch_row = [&](ub4 r) { __builtin_prefetch(row_at(col, one, r)); };
     const ub8 code = walk_batches(
         ctx, right->size, capacity,
         [&](const ub4 *rows, ub4 count, ub8 out, ub4 *) -> ub8 {
             prefetch_row_pointers(right, rows, count);
-            for (ub4 i = 0; i < count && i < kRowsAhead; ++i) prefetch_row(rows[i]);
+            for (ub4 i = 0; i < count && i < lead; ++i) prefetch_row(rows[i]);
             for (ub4 i = 0; i < count; ++i) {
-                if (i + kRowsAhead < count) prefetch_row(rows[i + kRowsAhead]);
+                if (!spread && i + lead < count) prefetch_row(rows[i + lead]);
                 ptrs[n] = row_at(col, one, rows[i]);
                 ks[n] = out + i;
                 rs[n] = rows[i];
                 if (++n == kEuclidRows) {
-                    flush(n);
+                    // The group ends at i; the one kGroupsAhead groups on
+                    // starts at i + 1 + lead - kEuclidRows.
+                    const bool room = spread && i + lead < count;
+                    if (room)
+                        for (ub4 j = 0; j < kEuclidRows; ++j)
+                            ahead[j] = row_at(col, one, rows[i + 1 + lead - kEuclidRows + j]);
+                    flush(n, room ? ahead : nullptr);
                     n = 0;
                 }
             }
             return 0;
         },
         walked);
-    if (n != 0) flush(n);
+    if (n != 0) flush(n, nullptr);
     return code;
 }
 
@@ -190,6 +244,20 @@ ub8 walk_hamming_bits(vorn_vec *right, const void *query, vorn_kernel_ctx *ctx, 
     const void *const *col = row_pointers(right);
     const void *one = right->data;
     ub8 cut = count_cut(sink);
+    DenseRun run;
+    if (col != nullptr && dense_run(ctx, right->size, capacity, &run)) {
+        const void *const *p = col + run.from;
+        const ub4 n = run.count;
+        for (ub4 i = 0; i < n && i < kRowsAhead; ++i) __builtin_prefetch(p[i]);
+        for (ub4 i = 0; i < n; ++i) {
+            if (i + kRowsAhead < n) __builtin_prefetch(p[i + kRowsAhead]);
+            const ub8 count = hamming_count<Words>(static_cast<const ub1 *>(p[i]), q, words, bytes);
+            if (count >= cut) continue;
+            sink(i, run.from + i, double(count));
+            cut = count_cut(sink);
+        }
+        return end_dense_run(ctx, run, walked);
+    }
     return walk_batches(
         ctx, right->size, capacity,
         [&](const ub4 *rows, ub4 count, ub8 out, ub4 *) -> ub8 {

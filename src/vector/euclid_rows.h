@@ -2,19 +2,25 @@
 // for the single-query uniform driver over float and int8 columns.
 //
 // A kernel call sums one row's squares strictly in element order, so its
-// time is the latency of a chain of double additions.  Here each row still
-// has its own chain in element order - the same operations in the same
-// order, so every result is bit-identical to the kernel's - but eight rows
-// run side by side, two in the lanes of each of four double accumulators:
-// the difference and the square are taken in float as the kernel takes
-// them.  Float rows are interleaved by blends of offset loads before the
-// difference (add_two_float_rows); int8 rows take four elements of a row
-// at a time against the query as it lies, and only the squares of a pair of
-// rows are interleaved before they widen.  The double additions, the
-// conversions and the differences share two of the vector units, so every
-// shuffle taken off them counts.
+// time is the latency of a chain of double additions.  Here each float
+// row still has its own chain in element order - the same operations in
+// the same order, so every result is bit-identical to the kernel's - but
+// eight rows run side by side, two in the lanes of each of four double
+// accumulators: the difference and the square are taken in float as the
+// kernel takes them, and the rows are interleaved by blends of offset
+// loads before the difference (add_two_float_rows).  The double additions,
+// the float-to-double conversions and the float differences all issue to
+// the same two vector units, which bounds this at 80 cycles a row of 128.
 // Elements behind the last group of four continue each row's chain one by
 // one.
+//
+// int8 rows need no chain: an int8 element is a small integer, its
+// difference with the query (at most 255 in size) and that difference's
+// square (at most 65025) are exact in float, and every partial sum of up to
+// kEuclidMaxDim such squares is an integer below 2^31, exact in double.  No
+// step rounds, so the kernel's double is the integer sum of squares,
+// whatever the order it is taken in: int8 rows sum in 32-bit integer lanes,
+// sixteen elements at a time (int8_sum_squares).
 #pragma once
 
 #include <pmmintrin.h>
@@ -27,36 +33,6 @@ namespace vorn::vec {
 inline constexpr ub4 kEuclidRows = 8;
 // The widest query that the driver widens on its stack for these rows.
 inline constexpr ub4 kEuclidMaxDim = 2048;
-
-template <bool Int8>
-VORN_INLINE __m128 load_row4(const void *row, ub4 i) {
-    if constexpr (Int8) {
-        const __m128i bytes = _mm_cvtsi32_si128(static_cast<int>(load<ub4>(static_cast<const ub1 *>(row) + i)));
-        return _mm_cvtepi32_ps(_mm_cvtepi8_epi32(bytes));
-    } else {
-        return _mm_loadu_ps(static_cast<const float *>(row) + i);
-    }
-}
-
-template <bool Int8>
-VORN_INLINE float load_row1(const void *row, ub4 i) {
-    if constexpr (Int8) return static_cast<float>(static_cast<const sb1 *>(row)[i]);
-    else return static_cast<const float *>(row)[i];
-}
-
-// Adds (element - query)^2 of elements i to i + 3 of two rows, x and y,
-// to their sums s = [sum x, sum y]: the squares are taken four at a time in
-// each row, then interleaved so that each double addition takes element k
-// of both rows, k = i to i + 3 in order.
-VORN_INLINE void add_two_rows(__m128 x, __m128 y, __m128 q, __m128d &s) {
-    const __m128 dx = _mm_sub_ps(x, q), dy = _mm_sub_ps(y, q);
-    const __m128 sx = _mm_mul_ps(dx, dx), sy = _mm_mul_ps(dy, dy);
-    const __m128 lo = _mm_unpacklo_ps(sx, sy), hi = _mm_unpackhi_ps(sx, sy);
-    s = _mm_add_pd(s, _mm_cvtps_pd(lo));
-    s = _mm_add_pd(s, _mm_cvtps_pd(_mm_movehl_ps(lo, lo)));
-    s = _mm_add_pd(s, _mm_cvtps_pd(hi));
-    s = _mm_add_pd(s, _mm_cvtps_pd(_mm_movehl_ps(hi, hi)));
-}
 
 // The query of the float rows laid out for add_two_float_rows: per group
 // of four elements i..i+3, [q_i q_i q_i+2 q_i+2 | q_i+1 q_i+1 q_i+3 q_i+3].
@@ -102,36 +78,87 @@ VORN_INLINE void float_rows8_group(const float *qx, const void *const *rows, ub4
                                         static_cast<const float *>(rows[2 * p + 1]) + i, qx + 2 * i, acc[p]);
 }
 
-// out[j] = sum over i of (row_j[i] - q[i])^2, each in element order.
-// q is the query as floats (qx its paired layout, for float rows); rows
-// are float or int8 bodies.
-template <bool Int8>
-VORN_INLINE void euclid_rows8(const float *q, const float *qx, const void *const *rows, ub4 dim, double *out) {
+// A walk over consecutive rows prefetches the group of eight rows
+// kGroupsAhead groups on while it computes one: two lines of it at each
+// step of four elements, line 0 of its eight rows first, then line 1, and
+// so on, which keeps pace with the two lines a step reads from the rows at
+// hand.  Spread so, the prefetches never queue up behind each other as a
+// burst of a group's sixty-four lines at once does, and the search out of
+// cache runs about as fast as in it; two groups ahead was slower than one,
+// three or four.
+inline constexpr ub4 kGroupsAhead = 4;
+
+VORN_INLINE void prefetch_two_lines(const void *const *ahead, ub4 line, ub4 row_bytes) {
+    for (ub4 k = 0; k < 2; ++k) {
+        const ub4 l = line + k, offset = (l / kEuclidRows) * 64;
+        if (offset < row_bytes) __builtin_prefetch(static_cast<const char *>(ahead[l % kEuclidRows]) + offset);
+    }
+}
+
+// out[j] = sum over i of (row_j[i] - q[i])^2 over eight float rows, each
+// in element order; q is the query, qx its paired layout.  ahead, when not
+// null, is the group of rows to prefetch on the way (rows of twelve
+// elements or more).
+VORN_INLINE void euclid_rows8(const float *q, const float *qx, const void *const *rows, ub4 dim, double *out,
+                              const void *const *ahead) {
     __m128d acc[kEuclidRows / 2];
     for (ub4 p = 0; p < kEuclidRows / 2; ++p) acc[p] = _mm_setzero_pd();
     const ub4 blocks = dim & ~3u;
-    if constexpr (Int8) {
-        for (ub4 i = 0; i < blocks; i += 4) {
-            const __m128 qv = _mm_loadu_ps(q + i);
-#pragma GCC unroll 16
-            for (ub4 p = 0; p < kEuclidRows / 2; ++p)
-                add_two_rows(load_row4<Int8>(rows[2 * p], i), load_row4<Int8>(rows[2 * p + 1], i), qv, acc[p]);
-        }
-    } else if (blocks == 4) {
+    if (blocks == 4) {
         float_rows8_group<true, true>(qx, rows, 0, acc);
     } else if (blocks != 0) {
         float_rows8_group<true, false>(qx, rows, 0, acc);
-        for (ub4 i = 4; i + 4 < blocks; i += 4) float_rows8_group<false, false>(qx, rows, i, acc);
+        for (ub4 i = 4, line = 0; i + 4 < blocks; i += 4, line += 2) {
+            if (ahead != nullptr) prefetch_two_lines(ahead, line, dim * 4);
+            float_rows8_group<false, false>(qx, rows, i, acc);
+        }
         float_rows8_group<false, true>(qx, rows, blocks - 4, acc);
     }
     alignas(16) double s[kEuclidRows];
     for (ub4 p = 0; p < kEuclidRows / 2; ++p) _mm_store_pd(s + 2 * p, acc[p]);
     for (ub4 i = blocks; i < dim; ++i)
         for (ub4 j = 0; j < kEuclidRows; ++j) {
-            const float d = load_row1<Int8>(rows[j], i) - q[i];
+            const float d = static_cast<const float *>(rows[j])[i] - q[i];
             s[j] += static_cast<double>(d * d);
         }
     for (ub4 j = 0; j < kEuclidRows; ++j) out[j] = s[j];
+}
+
+// The sum of (row[i] - q[i])^2 over an int8 row, q the query widened to
+// 16 bits: differences in 16-bit lanes, pairs of squares summed by madd
+// into 32-bit lanes.  dim is at most kEuclidMaxDim, so no lane overflows.
+VORN_INLINE sb4 int8_sum_squares(const sb1 *row, const sb2 *q, ub4 dim) {
+    __m128i lo_sum = _mm_setzero_si128(), hi_sum = _mm_setzero_si128();
+    ub4 i = 0;
+    for (; i + 16 <= dim; i += 16) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + i));
+        const __m128i lo = _mm_sub_epi16(_mm_cvtepi8_epi16(x), _mm_loadu_si128(reinterpret_cast<const __m128i *>(q + i)));
+        const __m128i hi = _mm_sub_epi16(_mm_cvtepi8_epi16(_mm_unpackhi_epi64(x, x)),
+                                         _mm_loadu_si128(reinterpret_cast<const __m128i *>(q + i + 8)));
+        lo_sum = _mm_add_epi32(lo_sum, _mm_madd_epi16(lo, lo));
+        hi_sum = _mm_add_epi32(hi_sum, _mm_madd_epi16(hi, hi));
+    }
+    if (i + 8 <= dim) {
+        const __m128i x = _mm_loadl_epi64(reinterpret_cast<const __m128i *>(row + i));
+        const __m128i lo = _mm_sub_epi16(_mm_cvtepi8_epi16(x), _mm_loadu_si128(reinterpret_cast<const __m128i *>(q + i)));
+        lo_sum = _mm_add_epi32(lo_sum, _mm_madd_epi16(lo, lo));
+        i += 8;
+    }
+    __m128i t = _mm_add_epi32(lo_sum, hi_sum);
+    t = _mm_add_epi32(t, _mm_shuffle_epi32(t, 0x4E));
+    t = _mm_add_epi32(t, _mm_shuffle_epi32(t, 0xB1));
+    sb4 s = _mm_cvtsi128_si32(t);
+    for (; i < dim; ++i) {
+        const sb4 d = sb4{row[i]} - sb4{q[i]};
+        s += d * d;
+    }
+    return s;
+}
+
+// out[j] = the squared euclid of eight int8 rows against q (widened).
+VORN_INLINE void int8_euclid_rows8(const sb2 *q, const void *const *rows, ub4 dim, double *out) {
+    for (ub4 j = 0; j < kEuclidRows; ++j)
+        out[j] = static_cast<double>(int8_sum_squares(static_cast<const sb1 *>(rows[j]), q, dim));
 }
 
 }  // namespace vorn::vec

@@ -53,9 +53,6 @@ VORN_INLINE ub8 visit_batch(const ub4 *rows, ub4 n, ub8 out, Visit &visit, ub4 *
     return 0;
 }
 
-// Walks the rows of a column of `rows` rows; `on_batch(rows, n)` sees each
-// batch before its rows are visited.  *walked receives the rows done (those
-// before a failing one).
 // Walks the rows of a column of `rows` rows a batch at a time:
 // `batch(rows, n, out, &failed_at)` handles the n rows of a batch, whose
 // first output index is `out`, and returns non-zero with failed_at set to
@@ -114,6 +111,29 @@ ub8 walk_batches(vorn_kernel_ctx *ctx, ub4 rows, ub8 capacity, Batch &&batch_fn,
         done += n;
         if (ctx != nullptr) ctx->row_pos = static_cast<ub4>(from + done);
     }
+    return 0;
+}
+
+// A walk with no selection in the context takes every row from the cursor
+// on, up to the capacity: one run of consecutive rows, which a walk may
+// take straight from the column's pointer array, with no list of row
+// numbers between.  dense_run gives the run (false when the context has a
+// selection); end_dense_run then leaves the cursor and the count as
+// walk_batches would.
+struct DenseRun {
+    ub4 from;
+    ub4 count;
+};
+VORN_INLINE bool dense_run(const vorn_kernel_ctx *ctx, ub4 rows, ub8 capacity, DenseRun *run) {
+    if (ctx != nullptr && (ctx->bv_aux != nullptr || ctx->ones_vec != nullptr)) return false;
+    const ub4 from = ctx != nullptr ? ctx->row_pos : 0;
+    run->from = from;
+    run->count = static_cast<ub4>(std::min<ub8>(rows > from ? rows - from : 0, capacity));
+    return true;
+}
+VORN_INLINE ub8 end_dense_run(vorn_kernel_ctx *ctx, const DenseRun &run, ub8 *walked) {
+    *walked = run.count;
+    if (ctx != nullptr) ctx->row_pos = run.from + run.count;
     return 0;
 }
 
