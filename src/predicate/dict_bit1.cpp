@@ -48,9 +48,9 @@ struct ByteReversal {
 // The set bits of the 8 bytes at p.  Written as the instruction itself so
 // that the compiler does not clear the destination before each one: that
 // guard is for cores whose popcnt waits on its destination's old value, and
-// in this loop, which is bound by the instructions it issues, two clears a
-// block cost a seventh of its rate.  On such cores the register reuse of
-// the unrolled loop below still leaves the chains short.
+// this loop is bound by the instructions it issues: the two clears a block
+// cost it a tenth of its rate.  On such cores the unrolled loop below still
+// leaves those chains short.
 VORN_INLINE ub8 popcount_at(const ub1 *p) {
     ub8 r;
     asm("popcnt %1, %0" : "=r"(r) : "m"(*reinterpret_cast<const ub1(*)[8]>(p)));
@@ -74,9 +74,9 @@ VORN_INLINE void one_block(const ByteReversal<Complement> &reverse, ub8 *out, co
 }
 
 // Four blocks a turn, with no prefetch instruction: the loop reads one
-// forward stream, which the hardware prefetcher follows, and in cache an
-// extra instruction per 64 bytes is a tenth of the loop.  The column and the
-// result advance alike, so one offset addresses both.
+// forward stream, which the hardware prefetcher follows, and in cache every
+// instruction issued counts.  The column and the result advance alike, so
+// one offset addresses both.
 template <bool Complement, bool Streaming>
 ub8 blocks_of_rows(ub8 *out, const ub1 *stream, ub8 blocks) {
     const ByteReversal<Complement> reverse;
