@@ -197,6 +197,7 @@ public:
     // The result word of the block at p.
     VORN_INLINE ub8 block(const ub1 *p) const {
         const ub8 w = pair_bits(p, 0) | pair_bits(p, 2) << 16 | pair_bits(p, 4) << 32 | pair_bits(p, 6) << 48;
+        if constexpr (kEquality && C != Cmp::ne) return w;  // never complemented
         return w ^ invert_;
     }
 
