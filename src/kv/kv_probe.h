@@ -8,6 +8,12 @@
 // the output count and the links walked in that row (ctx->byte_pos) are
 // kept; the next call walks that many links without comparing and goes on
 // with the bucket that was not yet compared, so nothing is written twice.
+//
+// A bucket's keys are compared into a mask of matching entries without a
+// branch on the outcome, and the first match is stored at the output
+// position whether or not there is one, the position then moving on by the
+// match flag: output rows at and past the returned count may therefore
+// hold scratch values.  The room test guarantees the space.
 #pragma once
 
 #include <nmmintrin.h>
@@ -171,8 +177,15 @@ struct ProbeIo {
     ub8 bv_base;
 };
 
-// Batches whose bucket lines are in flight ahead of the batch being probed.
-inline constexpr ub4 kProbeBatchesAhead = 2;
+// Batches whose bucket lines are in flight ahead of the batch being probed,
+// and how far ahead the first links of a batch are read (from lines asked
+// for kProbeBatchesAhead - kProbeLinksAhead batches earlier).  Once the
+// compare is branch-free a batch takes well under a memory latency, so two
+// batches ahead left lines arriving late; three and one measured best,
+// four or six ahead no better (the core's misses in flight are the limit).
+inline constexpr ub4 kProbeBatchesAhead = 3;
+inline constexpr ub4 kProbeLinksAhead = 1;
+static_assert(kProbeLinksAhead < kProbeBatchesAhead, "links are read from lines already asked for");
 
 // Rows *row_reached to rows - 1.  Returns 0, or 15 when the output is full
 // with *row_reached the row that did not finish.  *out_count is the output
@@ -269,8 +282,14 @@ ub8 probe_rows(const vorn_kv *kv, ub8 rows, const ProbeIo &io_arg, ub8 *row_reac
                     if constexpr (O.ident != kNoIdent) io.rows_out[n] = identity(r);
                     if constexpr (O.value) store_low<VB>(static_cast<ub1 *>(io.values_out) + n * VB, value_at(view, e));
                 };
-                emit(hits != 0 ? static_cast<ub4>(__builtin_ctz(hits)) : 0);
-                n += hits != 0;
+                // Without a match the last entry stands in, so no branch
+                // picks the entry.
+                emit(static_cast<ub4>(__builtin_ctz(hits | (1u << (E - 1)))));
+                ub8 step = hits != 0;
+                // Hidden from the compiler, which would otherwise split the
+                // stores into a path per outcome and branch between them.
+                asm("" : "+r"(step));
+                n += step;
                 for (ub4 more = hits & (hits - 1); more != 0; more &= more - 1) {
                     emit(static_cast<ub4>(__builtin_ctz(more)));
                     ++n;
@@ -322,13 +341,14 @@ ub8 probe_rows(const vorn_kv *kv, ub8 rows, const ProbeIo &io_arg, ub8 *row_reac
         if (!probe_row(row, address(hash_of(row)))) return finish(15);
         ++row;
     }
-    // Batches of 16: a batch's bucket lines are prefetched two batches
-    // before its rows are probed (a ring of three batches of addresses), so
-    // that the misses of one batch are in flight while the two before it
-    // are compared; waiting for a batch's own lines right after prefetching
-    // them would expose one memory latency per batch.  With the link
-    // prefetch, the first links of a batch are read a batch before it runs,
-    // when its lines have arrived, and their buckets prefetched.
+    // Batches of 16: a batch's bucket lines are prefetched kProbeBatchesAhead
+    // batches before its rows are probed (a ring of that many batches of
+    // addresses and one more), so that the misses of later batches are in
+    // flight while one is compared; waiting for a batch's own lines right
+    // after prefetching them would expose one memory latency per batch.
+    // With the link prefetch, the first links of a batch are read
+    // kProbeLinksAhead batches before it runs, when its lines have arrived,
+    // and their buckets prefetched.
     constexpr ub4 kSets = kProbeBatchesAhead + 1;
     const ub1 *bucket[kSets][kBatch];
     auto route = [&](ub8 first, ub4 set) VORN_LAMBDA_INLINE {
@@ -347,13 +367,13 @@ ub8 probe_rows(const vorn_kv *kv, ub8 rows, const ProbeIo &io_arg, ub8 *row_reac
     };
     for (ub4 a = 0; a < kProbeBatchesAhead && row + (a + 1) * kBatch <= rows; ++a) route(row + a * kBatch, a);
     if constexpr (Prefetch) {
-        if (row + kBatch <= rows) prefetch_links(0);
+        for (ub4 a = 0; a < kProbeLinksAhead && row + (a + 1) * kBatch <= rows; ++a) prefetch_links(a);
     }
     for (ub4 set = 0; row + kBatch <= rows; row += kBatch, set = set + 1 == kSets ? 0 : set + 1) {
         const ub8 ahead = row + kProbeBatchesAhead * kBatch;
         if (ahead + kBatch <= rows) route(ahead, (set + kProbeBatchesAhead) % kSets);
         if constexpr (Prefetch) {
-            if (row + 2 * kBatch <= rows) prefetch_links(set + 1 == kSets ? 0 : set + 1);
+            if (row + (kProbeLinksAhead + 1) * kBatch <= rows) prefetch_links((set + kProbeLinksAhead) % kSets);
         }
         for (ub4 j = 0; j < kBatch; ++j)
             if (!probe_row(row + j, bucket[set][j])) return finish(15);
