@@ -1,6 +1,7 @@
 // Probe: a hash join's probe side on a k4v4 table of 4-byte fixed keys, one
 // thread.  The table holds 16M build rows (random 31-bit keys, 64-bit
-// hashes); 64M probe rows, every other one with a partner, run through
+// hashes); 64M probe rows, each with a partner or not by a coin toss (so
+// no branch predictor learns which rows match), run through
 // vorn_probe_kv_dydi in each link (idx, ptr, ptr_prefetch) and modes 0
 // (every match) and 1 (count).  Beside each, in the same run:
 //   scalar     the library's same loop without the batch prefetch of 16
@@ -79,7 +80,8 @@ struct Data {
             build_hashes.push_back(hash_of(build_keys.back()));
         }
         for (ub8 i = 0; i < kProbe; ++i) {
-            probe_keys.push_back((i & 1) ? build_keys[rng()() % kBuild] : static_cast<ub4>(rng()() | 0x80000000u));
+            const bool partner = (rng()() & 1) != 0;
+            probe_keys.push_back(partner ? build_keys[rng()() % kBuild] : static_cast<ub4>(rng()() | 0x80000000u));
             probe_hashes.push_back(hash_of(probe_keys.back()));
         }
         idx = std::make_unique<HostTable>(VORN_KV_K4V4, VORN_KV_FORM_KEYS, false, kBuild);

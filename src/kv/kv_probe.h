@@ -8,6 +8,12 @@
 // the output count and the links walked in that row (ctx->byte_pos) are
 // kept; the next call walks that many links without comparing and goes on
 // with the bucket that was not yet compared, so nothing is written twice.
+//
+// A bucket's keys are compared into a mask of matching entries without a
+// branch on the outcome, and the first match is stored at the output
+// position whether or not there is one, the position then moving on by the
+// match flag: output rows at and past the returned count may therefore
+// hold scratch values.  The room test guarantees the space.
 #pragma once
 
 #include <nmmintrin.h>
@@ -107,6 +113,57 @@ VORN_INLINE const ub1 *next_bucket(const vorn_kv *kv, const ub1 *b) {
     }
 }
 
+// The entries of a bucket that hold the row's key, as a mask with bit e for
+// entry e: every slot is compared, without a branch on the outcome, and
+// the mask then cut to the bucket's count (tags compare every slot, since
+// an empty slot is 0 and never matches).  Half the probe rows of a join
+// find nothing, so a branch per compare would go the wrong way about as
+// often as not.  4-byte keys compare four at a time: 16-byte loads from
+// the first key on, the last one moved back so it ends at the bucket's
+// end, its lanes counted from the key it starts at.
+template <ub4 Kind, Link L>
+struct BucketMatch {
+    static constexpr BucketKind D = kBucketKinds[Kind];
+    static constexpr ub4 E = D.entries[L];
+    static constexpr ub4 KB = D.key_bytes;
+    static constexpr ub4 kAll = (1u << E) - 1;
+    static constexpr bool kWide = KB == 4;
+
+    __m128i wide_key;
+    ub1 key[16];
+
+    VORN_INLINE explicit BucketMatch(const ub1 *row_key) {
+        std::memcpy(key, row_key, 16);
+        wide_key = _mm_set1_epi32(static_cast<int>(load<ub4>(key)));
+    }
+
+    static constexpr ub4 load_at(ub4 i) {
+        const ub4 at = D.key_base[L] + 16 * i;
+        return at + 16 > kBucketBytes ? kBucketBytes - 16 : at;
+    }
+    template <ub4 I>
+    VORN_INLINE ub4 wide_lanes(const ub1 *b) const {
+        constexpr ub4 at = load_at(I);
+        static_assert((at - D.key_base[L]) % 4 == 0, "lanes fall on keys");
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(b + at));
+        const ub4 m = static_cast<ub4>(_mm_movemask_ps(_mm_castsi128_ps(_mm_cmpeq_epi32(v, wide_key))));
+        ub4 rest = 0;
+        if constexpr (16 * (I + 1) < 4 * E) rest = wide_lanes<I + 1>(b);
+        return (m << ((at - D.key_base[L]) / 4)) | rest;
+    }
+    template <ub4 I>
+    VORN_INLINE ub4 narrow_lanes(const ub1 *b) const {
+        ub4 m = static_cast<ub4>(key_equal<KB>(key, b + D.key_offset(L, I))) << I;
+        if constexpr (I + 1 < E) m |= narrow_lanes<I + 1>(b);
+        return m;
+    }
+    // Entries below `count` holding the key.
+    VORN_INLINE ub4 operator()(const ub1 *b, ub4 count) const {
+        const ub4 all = kWide ? wide_lanes<0>(b) : narrow_lanes<0>(b);
+        return all & kAll & ((1u << count) - 1);
+    }
+};
+
 // What a member reads and writes; arrays not used by an op may be null.
 struct ProbeIo {
     const void *hashes;   // ub8, or ub4 for 32-bit tags
@@ -120,8 +177,15 @@ struct ProbeIo {
     ub8 bv_base;
 };
 
-// Batches whose bucket lines are in flight ahead of the batch being probed.
-inline constexpr ub4 kProbeBatchesAhead = 2;
+// Batches whose bucket lines are in flight ahead of the batch being probed,
+// and how far ahead the first links of a batch are read (from lines asked
+// for kProbeBatchesAhead - kProbeLinksAhead batches earlier).  Once the
+// compare is branch-free a batch takes well under a memory latency, so two
+// batches ahead left lines arriving late; three and one measured best,
+// four or six ahead no better (the core's misses in flight are the limit).
+inline constexpr ub4 kProbeBatchesAhead = 3;
+inline constexpr ub4 kProbeLinksAhead = 1;
+static_assert(kProbeLinksAhead < kProbeBatchesAhead, "links are read from lines already asked for");
 
 // Rows *row_reached to rows - 1.  Returns 0, or 15 when the output is full
 // with *row_reached the row that did not finish.  *out_count is the output
@@ -137,8 +201,6 @@ ub8 probe_rows(const vorn_kv *kv, ub8 rows, const ProbeIo &io_arg, ub8 *row_reac
     static_assert(!O.mutkv || L == kPtr, "matched flags live in ptr buckets");
     static_assert(!(O.value || O.segbv || O.mutkv) || VB != 0, "the op reads values");
     static_assert(!(Prefetch && L == kIdx), "idx chains are not prefetched");
-    // k4 counts compare four keys at once.
-    constexpr bool kWideCount = O.count && !O.segbv && !O.mutkv && !O.distinct && KB == 4 && Key == kProbeSlot;
 
     // A local copy: the output stores cannot alias it, so the capacity and
     // the array addresses stay in registers.
@@ -171,6 +233,7 @@ ub8 probe_rows(const vorn_kv *kv, ub8 rows, const ProbeIo &io_arg, ub8 *row_reac
         ub1 key[16] = {};
         if constexpr (Key == kProbeTag) store_low<KB>(key, hash_tag<KB, Hash32>(h));
         else std::memcpy(key, io.keys + r * KB, KB);
+        const BucketMatch<Kind, L> match(key);
         ub8 depth = 0;
         if (skip != 0) {
             for (; depth < skip; ++depth) b = next_bucket<Kind, L>(kv, b);
@@ -207,43 +270,44 @@ ub8 probe_rows(const vorn_kv *kv, ub8 rows, const ProbeIo &io_arg, ub8 *row_reac
             }
             // Tags compare every slot (an empty one is 0 and never matches).
             const ub4 count = Key == kProbeTag ? E : (L == kIdx ? load<ub4>(view) : load<ub2>(view + 8)) & D.count_mask();
-            ub4 mask = 0;
-            ub4 e = 0;
-            if constexpr (kWideCount) {
-                const __m128i k = _mm_set1_epi32(static_cast<int>(load<ub4>(key)));
-                for (; e + 4 <= count; e += 4) {
-                    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(view + D.key_offset(L, e)));
-                    found += static_cast<ub8>(_mm_popcnt_u32(_mm_movemask_ps(_mm_castsi128_ps(_mm_cmpeq_epi32(v, k)))));
-                }
-            }
-            for (; e < count; ++e) {
-                if (!key_equal<KB>(key, view + D.key_offset(L, e))) continue;
-                ++found;
-                if constexpr (O.count) {
-                    // counted below
-                } else {
-                    if constexpr (O.ident != kNoIdent && !O.value) {
-                        io.rows_out[n] = identity(r);
-                    } else if constexpr (O.ident != kNoIdent) {
-                        io.rows_out[n] = identity(r);
-                        store_low<VB>(static_cast<ub1 *>(io.values_out) + n * VB, value_at(view, e));
-                    } else if constexpr (O.value) {
-                        store_low<VB>(static_cast<ub1 *>(io.values_out) + n * VB, value_at(view, e));
-                    }
+            ub4 hits = match(view, count);
+            if constexpr (O.distinct) hits &= 0u - hits;  // the first match only
+            found += static_cast<ub8>(_mm_popcnt_u32(hits));
+            if constexpr (!O.count && (O.ident != kNoIdent || O.value)) {
+                // The first match is stored whether or not there is one (the
+                // room test left space for a whole bucket) and the position
+                // moves on by the match flag; further matches, duplicate keys
+                // in one bucket, are rare and go through the loop below.
+                auto emit = [&](ub4 e) VORN_LAMBDA_INLINE {
+                    if constexpr (O.ident != kNoIdent) io.rows_out[n] = identity(r);
+                    if constexpr (O.value) store_low<VB>(static_cast<ub1 *>(io.values_out) + n * VB, value_at(view, e));
+                };
+                // Without a match the last entry stands in, so no branch
+                // picks the entry.
+                emit(static_cast<ub4>(__builtin_ctz(hits | (1u << (E - 1)))));
+                ub8 step = hits != 0;
+                // Hidden from the compiler, which would otherwise split the
+                // stores into a path per outcome and branch between them.
+                asm("" : "+r"(step));
+                n += step;
+                for (ub4 more = hits & (hits - 1); more != 0; more &= more - 1) {
+                    emit(static_cast<ub4>(__builtin_ctz(more)));
                     ++n;
                 }
-                if constexpr (O.nonmatch && O.ident != kNoIdent) {
-                    const ub8 bit = identity(r) - io.bv_base;
-                    io.bv[bit >> 6] &= ~(ub8{1} << (bit & 63));
-                }
-                if constexpr (O.segbv) {
-                    const ub8 bit = value_at(view, e) - io.bv_base;
+            }
+            if constexpr (O.nonmatch && O.ident != kNoIdent) {
+                // The row's bit is cleared by a store made on every bucket.
+                const ub8 bit = identity(r) - io.bv_base;
+                io.bv[bit >> 6] &= ~(static_cast<ub8>(hits != 0) << (bit & 63));
+            }
+            if constexpr (O.segbv) {
+                for (ub4 m = hits; m != 0; m &= m - 1) {
+                    const ub8 bit = value_at(view, static_cast<ub4>(__builtin_ctz(m))) - io.bv_base;
                     io.bv[bit >> 6] |= ub8{1} << (bit & 63);
                 }
-                if constexpr (O.mutkv) mask |= 1u << (D.first_matched_bit() + e);
-                if constexpr (O.distinct) break;
             }
             if constexpr (O.mutkv) {
+                const ub4 mask = hits << D.first_matched_bit();
                 if (mask != 0) {
                     ub8 *word = reinterpret_cast<ub8 *>(const_cast<ub1 *>(b) + 8);
                     ub8 old = __atomic_load_n(word, __ATOMIC_RELAXED);
@@ -277,13 +341,14 @@ ub8 probe_rows(const vorn_kv *kv, ub8 rows, const ProbeIo &io_arg, ub8 *row_reac
         if (!probe_row(row, address(hash_of(row)))) return finish(15);
         ++row;
     }
-    // Batches of 16: a batch's bucket lines are prefetched two batches
-    // before its rows are probed (a ring of three batches of addresses), so
-    // that the misses of one batch are in flight while the two before it
-    // are compared; waiting for a batch's own lines right after prefetching
-    // them would expose one memory latency per batch.  With the link
-    // prefetch, the first links of a batch are read a batch before it runs,
-    // when its lines have arrived, and their buckets prefetched.
+    // Batches of 16: a batch's bucket lines are prefetched kProbeBatchesAhead
+    // batches before its rows are probed (a ring of that many batches of
+    // addresses and one more), so that the misses of later batches are in
+    // flight while one is compared; waiting for a batch's own lines right
+    // after prefetching them would expose one memory latency per batch.
+    // With the link prefetch, the first links of a batch are read
+    // kProbeLinksAhead batches before it runs, when its lines have arrived,
+    // and their buckets prefetched.
     constexpr ub4 kSets = kProbeBatchesAhead + 1;
     const ub1 *bucket[kSets][kBatch];
     auto route = [&](ub8 first, ub4 set) VORN_LAMBDA_INLINE {
@@ -302,13 +367,13 @@ ub8 probe_rows(const vorn_kv *kv, ub8 rows, const ProbeIo &io_arg, ub8 *row_reac
     };
     for (ub4 a = 0; a < kProbeBatchesAhead && row + (a + 1) * kBatch <= rows; ++a) route(row + a * kBatch, a);
     if constexpr (Prefetch) {
-        if (row + kBatch <= rows) prefetch_links(0);
+        for (ub4 a = 0; a < kProbeLinksAhead && row + (a + 1) * kBatch <= rows; ++a) prefetch_links(a);
     }
     for (ub4 set = 0; row + kBatch <= rows; row += kBatch, set = set + 1 == kSets ? 0 : set + 1) {
         const ub8 ahead = row + kProbeBatchesAhead * kBatch;
         if (ahead + kBatch <= rows) route(ahead, (set + kProbeBatchesAhead) % kSets);
         if constexpr (Prefetch) {
-            if (row + 2 * kBatch <= rows) prefetch_links(set + 1 == kSets ? 0 : set + 1);
+            if (row + (kProbeLinksAhead + 1) * kBatch <= rows) prefetch_links((set + kProbeLinksAhead) % kSets);
         }
         for (ub4 j = 0; j < kBatch; ++j)
             if (!probe_row(row + j, bucket[set][j])) return finish(15);
