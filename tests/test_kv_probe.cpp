@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <set>
@@ -142,6 +143,9 @@ Result run_mode(const Joined &j, Vecs &v, const std::vector<ub8> *ids, ub4 mode,
     }
     vorn_kernel_ctx ctx{};
     for (int guard = 0; guard < 100000; ++guard) {
+        // Output slots past the rows a call reports must keep what they held.
+        std::memset(rows_out.data(), 0xa5, rows_out.size() * 8);
+        std::memset(values_out.data(), 0xa5, values_out.size() * 8);
         vorntest::ProbeOutputs out(rows_out.data(), values_out.data(), cap, bv, bv_base);
         vorn_vec &ro = out.rows, &vo = out.values;
         const ub8 code = vorntest::ctx().vorn_probe_kv_dydi(&ro, &vo, &v.hash_vec, &rows, &v.key_vec, &j.table->kv,
@@ -152,6 +156,15 @@ Result run_mode(const Joined &j, Vecs &v, const std::vector<ub8> *ids, ub4 mode,
         if (counting) {
             r.count += ro.size;
         } else {
+            const ub8 value_bytes = j.value_bytes != 0 ? j.value_bytes : 8;
+            const ub8 rows_written = mode == 3 ? 0 : ro.size, values_written = j.value_bytes != 0 ? ro.size : 0;
+            const auto *bytes = reinterpret_cast<const ub1 *>(values_out.data());
+            const auto past = [](const ub1 *p, ub8 from, ub8 to) { return std::all_of(p + from, p + to, [](ub1 b) { return b == 0xa5; }); };
+            if (!past(reinterpret_cast<const ub1 *>(rows_out.data()), rows_written * 8, rows_out.size() * 8) ||
+                !past(bytes, values_written * value_bytes, values_out.size() * 8)) {
+                ADD_FAILURE() << "mode " << mode << " wrote output slots past the " << ro.size << " rows it reports";
+                return r;
+            }
             for (ub4 i = 0; i < ro.size; ++i) {
                 ub8 value = 0;
                 if (j.value_bytes == 4) value = reinterpret_cast<const ub4 *>(values_out.data())[i];

@@ -10,10 +10,10 @@
 // with the bucket that was not yet compared, so nothing is written twice.
 //
 // A bucket's keys are compared into a mask of matching entries without a
-// branch on the outcome, and the first match is stored at the output
-// position whether or not there is one, the position then moving on by the
-// match flag: output rows at and past the returned count may therefore
-// hold scratch values.  The room test guarantees the space.
+// branch on the outcome.  The first match is stored without a branch too:
+// to the output position when there is one, to a sink on the stack when
+// there is none, the position then moving on by the match flag.  So a row
+// without a match writes nothing to the output.
 #pragma once
 
 #include <nmmintrin.h>
@@ -208,6 +208,11 @@ ub8 probe_rows(const vorn_kv *kv, ub8 rows, const ProbeIo &io_arg, ub8 *row_reac
     const BucketAddress address(kv, nullptr);
     ub8 row = *row_reached;
     ub8 n = *out_count;
+    // Where the first match of a row without one is stored.
+    struct {
+        ub8 row;
+        alignas(8) ub1 value[8];
+    } sink;
     ub8 skip = ctx->byte_pos;
     ub8 matches = 0, links = 0;
 
@@ -278,20 +283,31 @@ ub8 probe_rows(const vorn_kv *kv, ub8 rows, const ProbeIo &io_arg, ub8 *row_reac
                 // room test left space for a whole bucket) and the position
                 // moves on by the match flag; further matches, duplicate keys
                 // in one bucket, are rare and go through the loop below.
-                auto emit = [&](ub4 e) VORN_LAMBDA_INLINE {
-                    if constexpr (O.ident != kNoIdent) io.rows_out[n] = identity(r);
-                    if constexpr (O.value) store_low<VB>(static_cast<ub1 *>(io.values_out) + n * VB, value_at(view, e));
+                auto emit = [&](ub8 *row_to, ub1 *value_to, ub4 e) VORN_LAMBDA_INLINE {
+                    if constexpr (O.ident != kNoIdent) *row_to = identity(r);
+                    if constexpr (O.value) store_low<VB>(value_to, value_at(view, e));
                 };
-                // Without a match the last entry stands in, so no branch
-                // picks the entry.
-                emit(static_cast<ub4>(__builtin_ctz(hits | (1u << (E - 1)))));
+                // The arrays an op does not write may be null.
+                auto row_at = [&](ub8 i) VORN_LAMBDA_INLINE -> ub8 * {
+                    if constexpr (O.ident != kNoIdent) return io.rows_out + i;
+                    return nullptr;
+                };
+                auto value_at_out = [&](ub8 i) VORN_LAMBDA_INLINE -> ub1 * {
+                    if constexpr (O.value) return static_cast<ub1 *>(io.values_out) + i * VB;
+                    return nullptr;
+                };
                 ub8 step = hits != 0;
                 // Hidden from the compiler, which would otherwise split the
                 // stores into a path per outcome and branch between them.
                 asm("" : "+r"(step));
+                // Without a match the last entry stands in and the stores
+                // go to the sink, so no branch picks the entry or the place.
+                ub8 *const row_to = step ? row_at(n) : &sink.row;
+                ub1 *const value_to = step ? value_at_out(n) : sink.value;
+                emit(row_to, value_to, static_cast<ub4>(__builtin_ctz(hits | (1u << (E - 1)))));
                 n += step;
                 for (ub4 more = hits & (hits - 1); more != 0; more &= more - 1) {
-                    emit(static_cast<ub4>(__builtin_ctz(more)));
+                    emit(row_at(n), value_at_out(n), static_cast<ub4>(__builtin_ctz(more)));
                     ++n;
                 }
             }
