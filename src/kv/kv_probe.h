@@ -18,6 +18,8 @@
 
 #include <nmmintrin.h>
 
+#include <cstdint>
+
 #include "kv/kv_bucket_add.h"
 
 // Lambdas of the row loop are inlined whatever their size.
@@ -164,6 +166,15 @@ struct BucketMatch {
     }
 };
 
+// `out` where `keep` is all ones, `sink` where it is zero, by arithmetic on
+// the addresses rather than a conditional, which the compiler may make a
+// branch.
+template <class T>
+VORN_INLINE T *masked_choice(T *out, T *sink, std::uintptr_t keep) {
+    const auto s = reinterpret_cast<std::uintptr_t>(sink);
+    return reinterpret_cast<T *>(s ^ ((s ^ reinterpret_cast<std::uintptr_t>(out)) & keep));
+}
+
 // What a member reads and writes; arrays not used by an op may be null.
 struct ProbeIo {
     const void *hashes;   // ub8, or ub4 for 32-bit tags
@@ -302,8 +313,9 @@ ub8 probe_rows(const vorn_kv *kv, ub8 rows, const ProbeIo &io_arg, ub8 *row_reac
                 asm("" : "+r"(step));
                 // Without a match the last entry stands in and the stores
                 // go to the sink, so no branch picks the entry or the place.
-                ub8 *const row_to = step ? row_at(n) : &sink.row;
-                ub1 *const value_to = step ? value_at_out(n) : sink.value;
+                const std::uintptr_t keep = 0 - static_cast<std::uintptr_t>(step);
+                ub8 *const row_to = masked_choice(row_at(n), &sink.row, keep);
+                ub1 *const value_to = masked_choice(value_at_out(n), sink.value, keep);
                 emit(row_to, value_to, static_cast<ub4>(__builtin_ctz(hits | (1u << (E - 1)))));
                 n += step;
                 for (ub4 more = hits & (hits - 1); more != 0; more &= more - 1) {
