@@ -571,6 +571,18 @@ TEST(VectorPick, EveryKeyInRange) {
     EXPECT_EQ(names[pick(3, 7, 1, 0, 5, 0, 0)], "vorn_dbv_cosine_Cfloat16_int8");
 }
 
+// A result vector of native doubles over `out`, with room for `size` rows.
+struct DoubleResult {
+    vorn_enc_ctx enc{};
+    vorn_vec vec{};
+    DoubleResult(std::vector<double> &out, ub4 size) {
+        enc.flags = VORN_NATIVE_FP;
+        vec.enc_ctx = &enc;
+        vec.data = out.data();
+        vec.size = size;
+    }
+};
+
 // The single-query distance driver over every row from the cursor, cut by
 // the result capacity: the walk takes the rows eight at a time straight
 // from the column, so capacities and run lengths around a group and around
@@ -590,15 +602,10 @@ TEST(VectorDistance, SingleQueryRunsCutByTheCapacity) {
             const vorn_kernel_ctx before = k;
             const auto rows = tv::walked_rows(k, n, cap);
             std::vector<double> out(cap + 1, -7.0);
-            vorn_enc_ctx res_enc{};
-            res_enc.flags = VORN_NATIVE_FP;
-            vorn_vec res{};
-            res.enc_ctx = &res_enc;
-            res.data = out.data();
-            res.size = cap;
+            DoubleResult res(out, cap);
             const unsigned metric = elem == tv::UnifColumn::kBits ? 8 : 1 + static_cast<unsigned>(rng() % 2);
             SCOPED_TRACE(testing::Message() << "elem " << elem << " n " << n << " from " << before.row_pos << " cap " << cap);
-            ASSERT_EQ(ctx().vorn_vector_distance_dydi(&res, &right.vec, &left.vec, metric, 0, &k, nullptr), 0u);
+            ASSERT_EQ(ctx().vorn_vector_distance_dydi(&res.vec, &right.vec, &left.vec, metric, 0, &k, nullptr), 0u);
             for (std::size_t i = 0; i < rows.size(); ++i) {
                 const ub4 r = rows[i];
                 const double want = elem == tv::UnifColumn::kBits
@@ -630,14 +637,9 @@ TEST(VectorDistance, Int8RowsAtTheLimitsOfTheirRange) {
                 else if (pick == 1) right.rows[r][i] = 0x7F;
             }
         std::vector<double> out(n);
-        vorn_enc_ctx res_enc{};
-        res_enc.flags = VORN_NATIVE_FP;
-        vorn_vec res{};
-        res.enc_ctx = &res_enc;
-        res.data = out.data();
-        res.size = n;
+        DoubleResult res(out, n);
         for (unsigned metric : {1u, 2u}) {
-            ASSERT_EQ(ctx().vorn_vector_distance_dydi(&res, &right.vec, &left.vec, metric, 0, nullptr, nullptr), 0u);
+            ASSERT_EQ(ctx().vorn_vector_distance_dydi(&res.vec, &right.vec, &left.vec, metric, 0, nullptr, nullptr), 0u);
             for (ub4 r = 0; r < n; ++r)
                 ASSERT_TRUE(tv::same_bits(out[r], tv::euclid_model(tv::kInt8, tv::kInt8, left.rows[0], right.rows[r],
                                                                     dim, metric)))
