@@ -618,6 +618,41 @@ TEST(VectorDistance, SingleQueryRunsCutByTheCapacity) {
         }
 }
 
+// Single-query float euclid over rows whose squares reach the ends of the
+// float range: infinite squares, NaNs of either sign, finite squares whose
+// sums pass 2^128, subnormal squares and subnormal elements, among ordinary
+// values, at widths around the group of four and its tail.  Every distance
+// is the kernel's double (NaN for NaN, whatever its payload).
+TEST(VectorDistance, FloatRowsWithSquaresAtTheEndsOfTheRange) {
+    namespace tv = vorntest::vec;
+    std::mt19937_64 rng(48);
+    const double specials[] = {3e19, -3e19, std::nan(""), -std::nan(""), 1.5e19, 1e-22, -1e-22, 1e-40, 0.0, -0.0};
+    for (unsigned dim : {4u, 5u, 8u, 11u, 12u, 16u, 19u, 128u, 131u}) {
+        const ub4 n = 19;
+        tv::UnifColumn right(tv::kFloat, dim, n, rng), left(tv::kFloat, dim, 1, rng);
+        for (unsigned i = 0; i < dim; ++i)
+            if (rng() % 3 == 0) tv::put(left.rows[0], tv::kFloat, i, rng() % 2 ? 0.0 : 1e-41);
+        for (ub4 r = 0; r < n; ++r) {
+            // Row r takes one kind of special value at random places; every
+            // third row stays ordinary.
+            if (r % 3 == 2) continue;
+            const double v = specials[r % std::size(specials)];
+            for (unsigned i = 0; i < dim; ++i)
+                if (rng() % 4 == 0 || (r % 3 == 1 && i == dim - 1)) tv::put(right.rows[r], tv::kFloat, i, v);
+        }
+        std::vector<double> out(n);
+        DoubleResult res(out, n);
+        for (unsigned metric : {1u, 2u}) {
+            ASSERT_EQ(ctx().vorn_vector_distance_dydi(&res.vec, &right.vec, &left.vec, metric, 0, nullptr, nullptr), 0u);
+            for (ub4 r = 0; r < n; ++r) {
+                const double want = tv::euclid_model(tv::kFloat, tv::kFloat, left.rows[0], right.rows[r], dim, metric);
+                ASSERT_TRUE(tv::same_bits(out[r], want) || (std::isnan(out[r]) && std::isnan(want)))
+                    << "dim " << dim << " row " << r << " metric " << metric << ": " << out[r] << " against " << want;
+            }
+        }
+    }
+}
+
 // Single-query int8 euclid sums its squares as integers: over widths
 // around the blocks of 16 and 8 elements and up to and past the widest
 // query that the walk widens (2048), with rows at the far ends of the range

@@ -3,16 +3,25 @@
 //
 // A kernel call sums one row's squares strictly in element order, so its
 // time is the latency of a chain of double additions.  Here each float
-// row still has its own chain in element order - the same operations in
-// the same order, so every result is bit-identical to the kernel's - but
-// eight rows run side by side, two in the lanes of each of four double
-// accumulators: the difference and the square are taken in float as the
-// kernel takes them, and the rows are interleaved by blends of offset
-// loads before the difference (add_two_float_rows).  The double additions,
-// the float-to-double conversions and the float differences all issue to
-// the same two vector units, which bounds this at 80 cycles a row of 128.
-// Elements behind the last group of four continue each row's chain one by
-// one.
+// row still has its own chain in element order, with the difference and
+// the square taken in float as the kernel takes them, but eight rows run
+// side by side, two in the lanes of each of four double accumulators.
+//
+// The squares are not widened by the conversion instruction: it issues to
+// the same two units as the double additions and the float differences,
+// which would bound the loop at 80 cycles a row of 128.  A float's bits
+// shifted up by 29 in a 64-bit word are a double of the same sign and
+// digits whose exponent is 896 smaller: the float's value times 2^-896,
+// exactly, subnormal floats included.  An unsigned 32x32 multiply by 2^29
+// makes that word from a lane's low half, on the multiply units.  The
+// chains then sum scaled squares; scaling by a power of two commutes with
+// every rounding of the sums (squares are multiples of 2^-149, so sums
+// below 2^-126 are exact both ways), and one multiply by 2^896 at the end
+// gives each row's sum bit for bit.  A square that is infinite or NaN has
+// a float exponent of 255 (511 with a sign) and comes out at 2^128 or more
+// instead, so a row whose result is not below 2^128 is summed again with
+// each square converted: the rows of ordinary data never are.  Elements
+// behind the last group of four continue each row's chain one by one.
 //
 // int8 rows need no chain: an int8 element is a small integer, its
 // difference with the query (at most 255 in size) and that difference's
@@ -26,6 +35,8 @@
 #include <pmmintrin.h>
 #include <smmintrin.h>
 
+#include <bit>
+
 #include "frame/base.h"
 
 namespace vorn::vec {
@@ -34,48 +45,51 @@ inline constexpr ub4 kEuclidRows = 8;
 // The widest query that the driver widens on its stack for these rows.
 inline constexpr ub4 kEuclidMaxDim = 2048;
 
+// The factor that undoes the scaling of squares read as doubles, and the
+// bound below which no square was infinite or NaN.
+inline constexpr double kSquareScale = std::bit_cast<double>(ub8{1023 + 896} << 52);
+inline constexpr double kFiniteSquares = std::bit_cast<double>(ub8{1023 + 128} << 52);
+
 // The query of the float rows laid out for add_two_float_rows: per group
-// of four elements i..i+3, [q_i q_i q_i+2 q_i+2 | q_i+1 q_i+1 q_i+3 q_i+3].
+// of four elements i..i+3, [q_i q_i+1 q_i q_i+1 | q_i+2 q_i+3 q_i+2 q_i+3].
 // qx holds 2 * (dim & ~3) floats.
 VORN_INLINE void pair_query(const float *q, ub4 dim, float *qx) {
     for (ub4 i = 0; i + 4 <= dim; i += 4) {
         float *g = qx + 2 * i;
-        g[0] = g[1] = q[i];
-        g[2] = g[3] = q[i + 2];
-        g[4] = g[5] = q[i + 1];
-        g[6] = g[7] = q[i + 3];
+        g[0] = g[2] = q[i];
+        g[1] = g[3] = q[i + 1];
+        g[4] = g[6] = q[i + 2];
+        g[5] = g[7] = q[i + 3];
     }
 }
 
-// The float rows' group of four, without unpacks: x is read at i and i + 1,
-// y at i - 1 and i, and a blend of the odd lanes gives [x_i y_i x_i+2 y_i+2]
-// and [x_i+1 y_i+1 x_i+3 y_i+3], each lane then taking its difference and
-// square against the paired query.  The low halves convert to the pairs of
-// elements i and i + 1, the high halves to i + 2 and i + 3.  Reads never
-// leave the rows: the first group takes y_i from its own load (moveldup)
-// and the last takes x_i+1 from its own (movehdup).
-template <bool First, bool Last>
-VORN_INLINE void add_two_float_rows(const float *x, const float *y, const float *qx, __m128d &s) {
-    const __m128 xv = _mm_loadu_ps(x), yv = _mm_loadu_ps(y);
-    const __m128 y_before = First ? _mm_moveldup_ps(yv) : _mm_loadu_ps(y - 1);
-    const __m128 x_after = Last ? _mm_movehdup_ps(xv) : _mm_loadu_ps(x + 1);
-    __m128 even = _mm_blend_ps(xv, y_before, 0xA), odd = _mm_blend_ps(x_after, yv, 0xA);
-    even = _mm_sub_ps(even, _mm_load_ps(qx));
-    odd = _mm_sub_ps(odd, _mm_load_ps(qx + 4));
-    even = _mm_mul_ps(even, even);
-    odd = _mm_mul_ps(odd, odd);
-    s = _mm_add_pd(s, _mm_cvtps_pd(even));
-    s = _mm_add_pd(s, _mm_cvtps_pd(odd));
-    s = _mm_add_pd(s, _mm_cvtps_pd(_mm_movehl_ps(even, even)));
-    s = _mm_add_pd(s, _mm_cvtps_pd(_mm_movehl_ps(odd, odd)));
+// Adds the scaled squares of two elements of rows x and y, laid out as
+// [x_e x_e+1 y_e y_e+1], to s = [x's sum, y's sum]: element e from the
+// lanes' low halves, then e + 1 moved down to them.
+VORN_INLINE void add_scaled_squares(__m128 sq, __m128d &s) {
+    const __m128i shift = _mm_set1_epi64x(ub8{1} << 29);
+    const __m128i bits = _mm_castps_si128(sq), next = _mm_shuffle_epi32(bits, 0xF5);
+    s = _mm_add_pd(s, _mm_castsi128_pd(_mm_mul_epu32(bits, shift)));
+    s = _mm_add_pd(s, _mm_castsi128_pd(_mm_mul_epu32(next, shift)));
 }
 
-template <bool First, bool Last>
+// Elements i..i+3 of rows x and y: the two rows' pairs of elements side by
+// side, their differences with the paired query squared in float.
+VORN_INLINE void add_two_float_rows(const float *x, const float *y, const float *qx, __m128d &s) {
+    const __m128 xv = _mm_loadu_ps(x), yv = _mm_loadu_ps(y);
+    __m128 lo = _mm_sub_ps(_mm_movelh_ps(xv, yv), _mm_load_ps(qx));
+    __m128 hi = _mm_sub_ps(_mm_movehl_ps(yv, xv), _mm_load_ps(qx + 4));
+    lo = _mm_mul_ps(lo, lo);
+    hi = _mm_mul_ps(hi, hi);
+    add_scaled_squares(lo, s);
+    add_scaled_squares(hi, s);
+}
+
 VORN_INLINE void float_rows8_group(const float *qx, const void *const *rows, ub4 i, __m128d *acc) {
 #pragma GCC unroll 16
     for (ub4 p = 0; p < kEuclidRows / 2; ++p)
-        add_two_float_rows<First, Last>(static_cast<const float *>(rows[2 * p]) + i,
-                                        static_cast<const float *>(rows[2 * p + 1]) + i, qx + 2 * i, acc[p]);
+        add_two_float_rows(static_cast<const float *>(rows[2 * p]) + i,
+                           static_cast<const float *>(rows[2 * p + 1]) + i, qx + 2 * i, acc[p]);
 }
 
 // A walk over consecutive rows prefetches the group of eight rows
@@ -95,6 +109,18 @@ VORN_INLINE void prefetch_two_lines(const void *const *ahead, ub4 line, ub4 row_
     }
 }
 
+// Row x's sum of squares over its first n elements, each square
+// converted: the kernel's own chain, for the rows whose scaled sums met an
+// infinite or NaN square.
+VORN_INLINE double converted_sum(const float *x, const float *q, ub4 n) {
+    double s = 0;
+    for (ub4 i = 0; i < n; ++i) {
+        const float d = x[i] - q[i];
+        s += static_cast<double>(d * d);
+    }
+    return s;
+}
+
 // out[j] = sum over i of (row_j[i] - q[i])^2 over eight float rows, each
 // in element order; q is the query, qx its paired layout.  ahead, when not
 // null, is the group of rows to prefetch on the way (rows of twelve
@@ -104,18 +130,25 @@ VORN_INLINE void euclid_rows8(const float *q, const float *qx, const void *const
     __m128d acc[kEuclidRows / 2];
     for (ub4 p = 0; p < kEuclidRows / 2; ++p) acc[p] = _mm_setzero_pd();
     const ub4 blocks = dim & ~3u;
-    if (blocks == 4) {
-        float_rows8_group<true, true>(qx, rows, 0, acc);
-    } else if (blocks != 0) {
-        float_rows8_group<true, false>(qx, rows, 0, acc);
-        for (ub4 i = 4, line = 0; i + 4 < blocks; i += 4, line += 2) {
+    if (blocks != 0) {
+        float_rows8_group(qx, rows, 0, acc);
+        for (ub4 i = 4, line = 0; i < blocks; i += 4, line += 2) {
             if (ahead != nullptr) prefetch_two_lines(ahead, line, dim * 4);
-            float_rows8_group<false, false>(qx, rows, i, acc);
+            float_rows8_group(qx, rows, i, acc);
         }
-        float_rows8_group<false, true>(qx, rows, blocks - 4, acc);
     }
     alignas(16) double s[kEuclidRows];
-    for (ub4 p = 0; p < kEuclidRows / 2; ++p) _mm_store_pd(s + 2 * p, acc[p]);
+    const __m128d scale = _mm_set1_pd(kSquareScale), finite = _mm_set1_pd(kFiniteSquares);
+    ub4 redo = 0;
+    for (ub4 p = 0; p < kEuclidRows / 2; ++p) {
+        const __m128d sum = _mm_mul_pd(acc[p], scale);
+        redo |= ub4(_mm_movemask_pd(_mm_cmpnlt_pd(sum, finite))) << (2 * p);
+        _mm_store_pd(s + 2 * p, sum);
+    }
+    for (; redo != 0; redo &= redo - 1) {
+        const ub4 j = ub4(__builtin_ctz(redo));
+        s[j] = converted_sum(static_cast<const float *>(rows[j]), q, blocks);
+    }
     for (ub4 i = blocks; i < dim; ++i)
         for (ub4 j = 0; j < kEuclidRows; ++j) {
             const float d = static_cast<const float *>(rows[j])[i] - q[i];
