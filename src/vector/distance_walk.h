@@ -115,23 +115,20 @@ template <bool Int8, class Sink>
 ub8 walk_euclid8(vorn_vec *right, const void *query, ub4 metric, vorn_kernel_ctx *ctx, ub8 capacity, Sink &&sink,
                  ub8 *walked) {
     const ub4 dim = right->enc_ctx->vec_dim;
-    // The query: 16-bit integers for int8 rows, floats and their paired
-    // layout for float rows.
+    // The query: 16-bit integers for int8 rows, floats for float rows.
     alignas(16) sb2 qw[Int8 ? kEuclidMaxDim : 8];
     alignas(16) float q[Int8 ? 4 : kEuclidMaxDim];
-    alignas(16) float qx[Int8 ? 4 : 2 * kEuclidMaxDim];
     if constexpr (Int8) {
         for (ub4 i = 0; i < dim; ++i) qw[i] = static_cast<const sb1 *>(query)[i];
     } else {
         for (ub4 i = 0; i < dim; ++i) q[i] = static_cast<const float *>(query)[i];
-        pair_query(q, dim, qx);
     }
     const void *const *col = row_pointers(right);
     const void *one = right->data;
     alignas(16) double d[kEuclidRows];
     auto distances = [&](const void *const *rows8, const void *const *ahead) {
         if constexpr (Int8) int8_euclid_rows8(qw, rows8, dim, d);
-        else euclid_rows8(q, qx, rows8, dim, d, ahead);
+        else euclid_rows8(q, rows8, dim, d, ahead);
         if (metric == VORN_METRIC_EUCLID)
             for (ub4 j = 0; j < kEuclidRows; ++j) d[j] = guarded_sqrt(d[j]);
     };

@@ -50,19 +50,6 @@ inline constexpr ub4 kEuclidMaxDim = 2048;
 inline constexpr double kSquareScale = std::bit_cast<double>(ub8{1023 + 896} << 52);
 inline constexpr double kFiniteSquares = std::bit_cast<double>(ub8{1023 + 128} << 52);
 
-// The query of the float rows laid out for add_two_float_rows: per group
-// of four elements i..i+3, [q_i q_i+1 q_i q_i+1 | q_i+2 q_i+3 q_i+2 q_i+3].
-// qx holds 2 * (dim & ~3) floats.
-VORN_INLINE void pair_query(const float *q, ub4 dim, float *qx) {
-    for (ub4 i = 0; i + 4 <= dim; i += 4) {
-        float *g = qx + 2 * i;
-        g[0] = g[2] = q[i];
-        g[1] = g[3] = q[i + 1];
-        g[4] = g[6] = q[i + 2];
-        g[5] = g[7] = q[i + 3];
-    }
-}
-
 // Adds the scaled squares of two elements of rows x and y, laid out as
 // [x_e x_e+1 y_e y_e+1], to s = [x's sum, y's sum]: element e from the
 // lanes' low halves, then e + 1 moved down to them.
@@ -73,23 +60,23 @@ VORN_INLINE void add_scaled_squares(__m128 sq, __m128d &s) {
     s = _mm_add_pd(s, _mm_castsi128_pd(_mm_mul_epu32(next, shift)));
 }
 
-// Elements i..i+3 of rows x and y: the two rows' pairs of elements side by
-// side, their differences with the paired query squared in float.
-VORN_INLINE void add_two_float_rows(const float *x, const float *y, const float *qx, __m128d &s) {
-    const __m128 xv = _mm_loadu_ps(x), yv = _mm_loadu_ps(y);
-    __m128 lo = _mm_sub_ps(_mm_movelh_ps(xv, yv), _mm_load_ps(qx));
-    __m128 hi = _mm_sub_ps(_mm_movehl_ps(yv, xv), _mm_load_ps(qx + 4));
-    lo = _mm_mul_ps(lo, lo);
-    hi = _mm_mul_ps(hi, hi);
-    add_scaled_squares(lo, s);
-    add_scaled_squares(hi, s);
+// Elements i..i+3 of rows x and y: differences with the query squared in
+// float, then the two rows' pairs of elements side by side.
+VORN_INLINE void add_two_float_rows(const float *x, const float *y, const float *qi, __m128d &s) {
+    const __m128 q = _mm_load_ps(qi);
+    __m128 dx = _mm_sub_ps(_mm_loadu_ps(x), q), dy = _mm_sub_ps(_mm_loadu_ps(y), q);
+    dx = _mm_mul_ps(dx, dx);
+    dy = _mm_mul_ps(dy, dy);
+    add_scaled_squares(_mm_movelh_ps(dx, dy), s);
+    add_scaled_squares(_mm_movehl_ps(dy, dx), s);
 }
 
-VORN_INLINE void float_rows8_group(const float *qx, const void *const *rows, ub4 i, __m128d *acc) {
+// Elements i..i+3 of the eight rows; q is aligned to 16 bytes.
+VORN_INLINE void float_rows8_group(const float *q, const void *const *rows, ub4 i, __m128d *acc) {
 #pragma GCC unroll 16
     for (ub4 p = 0; p < kEuclidRows / 2; ++p)
         add_two_float_rows(static_cast<const float *>(rows[2 * p]) + i,
-                           static_cast<const float *>(rows[2 * p + 1]) + i, qx + 2 * i, acc[p]);
+                           static_cast<const float *>(rows[2 * p + 1]) + i, q + i, acc[p]);
 }
 
 // A walk over consecutive rows prefetches the group of eight rows
@@ -122,19 +109,19 @@ VORN_INLINE double converted_sum(const float *x, const float *q, ub4 n) {
 }
 
 // out[j] = sum over i of (row_j[i] - q[i])^2 over eight float rows, each
-// in element order; q is the query, qx its paired layout.  ahead, when not
+// in element order; q is the query, aligned to 16 bytes.  ahead, when not
 // null, is the group of rows to prefetch on the way (rows of twelve
 // elements or more).
-VORN_INLINE void euclid_rows8(const float *q, const float *qx, const void *const *rows, ub4 dim, double *out,
+VORN_INLINE void euclid_rows8(const float *q, const void *const *rows, ub4 dim, double *out,
                               const void *const *ahead) {
     __m128d acc[kEuclidRows / 2];
     for (ub4 p = 0; p < kEuclidRows / 2; ++p) acc[p] = _mm_setzero_pd();
     const ub4 blocks = dim & ~3u;
     if (blocks != 0) {
-        float_rows8_group(qx, rows, 0, acc);
+        float_rows8_group(q, rows, 0, acc);
         for (ub4 i = 4, line = 0; i < blocks; i += 4, line += 2) {
             if (ahead != nullptr) prefetch_two_lines(ahead, line, dim * 4);
-            float_rows8_group(qx, rows, i, acc);
+            float_rows8_group(q, rows, i, acc);
         }
     }
     alignas(16) double s[kEuclidRows];
