@@ -109,11 +109,11 @@ VORN_INLINE double converted_sum(const float *x, const float *q, ub4 n) {
 }
 
 // out[j] = sum over i of (row_j[i] - q[i])^2 over eight float rows, each
-// in element order; q is the query, aligned to 16 bytes.  ahead, when not
-// null, is the group of rows to prefetch on the way (rows of twelve
-// elements or more).
-VORN_INLINE void euclid_rows8(const float *q, const void *const *rows, ub4 dim, double *out,
-                              const void *const *ahead) {
+// in element order; q is the query.  q and out are aligned to 16 bytes:
+// the sums are stored in pairs, so that the walk's paired reads of them
+// are served from those stores.  ahead, when not null, is the group of
+// rows to prefetch on the way (rows of twelve elements or more).
+VORN_INLINE void euclid_rows8(const float *q, const void *const *rows, ub4 dim, double *out, const void *const *ahead) {
     __m128d acc[kEuclidRows / 2];
     for (ub4 p = 0; p < kEuclidRows / 2; ++p) acc[p] = _mm_setzero_pd();
     const ub4 blocks = dim & ~3u;
@@ -124,24 +124,22 @@ VORN_INLINE void euclid_rows8(const float *q, const void *const *rows, ub4 dim, 
             float_rows8_group(q, rows, i, acc);
         }
     }
-    alignas(16) double s[kEuclidRows];
     const __m128d scale = _mm_set1_pd(kSquareScale), finite = _mm_set1_pd(kFiniteSquares);
     ub4 redo = 0;
     for (ub4 p = 0; p < kEuclidRows / 2; ++p) {
         const __m128d sum = _mm_mul_pd(acc[p], scale);
         redo |= ub4(_mm_movemask_pd(_mm_cmpnlt_pd(sum, finite))) << (2 * p);
-        _mm_store_pd(s + 2 * p, sum);
+        _mm_store_pd(out + 2 * p, sum);
     }
     for (; redo != 0; redo &= redo - 1) {
         const ub4 j = ub4(__builtin_ctz(redo));
-        s[j] = converted_sum(static_cast<const float *>(rows[j]), q, blocks);
+        out[j] = converted_sum(static_cast<const float *>(rows[j]), q, blocks);
     }
     for (ub4 i = blocks; i < dim; ++i)
         for (ub4 j = 0; j < kEuclidRows; ++j) {
             const float d = static_cast<const float *>(rows[j])[i] - q[i];
-            s[j] += static_cast<double>(d * d);
+            out[j] += static_cast<double>(d * d);
         }
-    for (ub4 j = 0; j < kEuclidRows; ++j) out[j] = s[j];
 }
 
 // The sum of (row[i] - q[i])^2 over an int8 row, q the query widened to
