@@ -96,6 +96,15 @@ Dictionary fixed_dictionary(ub4 symbols, ub4 len) {
     return d;
 }
 
+// A column of `codes` of width w over the dictionary d, compressed if asked.
+std::unique_ptr<Column> dict_column(const std::vector<ub8> &codes, unsigned w, const Dictionary &d,
+                                    bool compressed = false) {
+    auto col = packed_column(codes, w);
+    d.attach(col->enc);
+    if (compressed) compress_column(*col);
+    return col;
+}
+
 // ---- Output arrays with guards -----------------------------------------------------
 
 constexpr ub8 kPtrSentinel = 0x5151515151515151ull;
@@ -156,10 +165,8 @@ void run_case(const Case &c) {
     SCOPED_TRACE("width " + std::to_string(c.width) + " rows " + std::to_string(c.codes.size()) + " layout " +
                  std::to_string(c.dict.layout) + (c.ones.empty() ? "" : " ones_vec") +
                  (c.compressed ? " compressed" : ""));
-    auto col = packed_column(c.codes, c.width);
+    auto col = dict_column(c.codes, c.width, c.dict, c.compressed);
     const vornhost::Bytes plain = vornhost::pack_codes(c.codes, c.width);
-    c.dict.attach(col->enc);
-    if (c.compressed) compress_column(*col);
     const bool selected = !c.ones.empty();
     const ub4 k = selected ? static_cast<ub4>(c.ones.size()) : static_cast<ub4>(c.codes.size());
 
@@ -278,8 +285,7 @@ TEST(DecodeDict, ZeroAndSixtyFiveThousandFiveHundredThirtySixAreEmpty) {
     d.bytes.assign(d.offsets.back() + 1, 0);
     Case c{4, {0, 1, 2, 3, 3, 2, 1, 0}, d};
     run_case(c);
-    auto col = packed_column(c.codes, 4);
-    d.attach(col->enc);
+    auto col = dict_column(c.codes, 4, d);
     const Output out = decode_every_row(4, *col, 8);
     EXPECT_EQ(std::vector<ub2>(out.len.begin(), out.len.begin() + 4), (std::vector<ub2>{0, 0, 3, 1}));
     EXPECT_EQ(std::vector<ub2>(out.flag.begin(), out.flag.begin() + 4), (std::vector<ub2>{2, 2, 0, 0}));
@@ -292,17 +298,15 @@ TEST(DecodeDict, ReadsCodesWhereThePackedLayoutPutsThem) {
     // of byte 2.
     std::mt19937_64 rng(34);
     const Dictionary d = fixed_dictionary(512, 1);
-    auto col = packed_column(std::vector<ub8>(16, 0), 1);
+    auto col = dict_column(std::vector<ub8>(16, 0), 1, d);
     col->data.data()[1] = 0x40;
-    d.attach(col->enc);
     const Output out = decode_every_row(1, *col, 16);
     for (ub4 r = 0; r < 16; ++r) EXPECT_EQ(out.ptr[r] - reinterpret_cast<ub8>(d.bytes.data()), r == 9 ? 1u : 0u);
 
-    auto col9 = packed_column(std::vector<ub8>(2, 0), 9);
+    auto col9 = dict_column(std::vector<ub8>(2, 0), 9, d);
     col9->data.data()[0] = 0xa5;
     col9->data.data()[1] = 0x80 | 0x55;
     col9->data.data()[2] = 0xc0;
-    d.attach(col9->enc);
     const Output out9 = decode_every_row(9, *col9, 2);
     EXPECT_EQ(out9.ptr[0] - reinterpret_cast<ub8>(d.bytes.data()), 0xa5u << 1 | 1);
     EXPECT_EQ(out9.ptr[1] - reinterpret_cast<ub8>(d.bytes.data()), 0x55u << 2 | 3);
@@ -312,8 +316,7 @@ TEST(DecodeDict, TheSelectedWalkWrapsItsBitPositionAtTwoToThe32) {
     // Width 32: row 2^27 + 5 is at bit 2^32 + 160, which wraps to row 5.
     std::vector<ub8> codes = {10, 11, 12, 13, 14, 15, 16};
     const Dictionary d = fixed_dictionary(20, 3);
-    auto col = packed_column(codes, 32);
-    d.attach(col->enc);
+    auto col = dict_column(codes, 32, d);
     const std::vector<ub4> rows = {2, (1u << 27) + 5};
     DecodeCall call(2);
     call.select(rows);
@@ -325,8 +328,7 @@ TEST(DecodeDict, TheSelectedWalkWrapsItsBitPositionAtTwoToThe32) {
 
 TEST(DecodeDict, AnEmptyColumnEndsAtRowMinusOne) {
     const Dictionary d = fixed_dictionary(4, 2);
-    auto col = packed_column({}, 5);
-    d.attach(col->enc);
+    auto col = dict_column({}, 5, d);
     DecodeCall call(0);
     EXPECT_EQ(call(5, *col), 0u);
     EXPECT_EQ(call.k.row_pos, 0xffffffffu);
@@ -343,8 +345,7 @@ TEST(DecodeDict, IndicatorsAreClearedForOnesVecSizeEvenWithoutOnesVec) {
     for (int layout = 0; layout < 2; ++layout) {
         const Dictionary d = layout ? variable_dictionary(rng, 8) : fixed_dictionary(8, 4);
         const auto codes = random_codes(rng, 10, 8);
-        auto col = packed_column(codes, 3);
-        d.attach(col->enc);
+        auto col = dict_column(codes, 3, d);
         for (ub4 cleared : {20u, 4u}) {
             DecodeCall call(20, cleared);
             call(3, *col);
@@ -365,9 +366,7 @@ TEST(DecodeDict, FixedLengthZeroMakesEveryRowEmptyWithoutTheStream) {
     std::mt19937_64 rng(37);
     for (unsigned w : {2u, 8u, 13u, 32u}) {
         const Dictionary d = fixed_dictionary(4, 0);
-        auto col = packed_column(random_codes(rng, 300, 4), w);
-        d.attach(col->enc);
-        compress_column(*col);
+        auto col = dict_column(random_codes(rng, 300, 4), w, d, true);
         const std::vector<ub4> rows = random_selection(rng, 300, w, 4);
         DecodeCall call(rows.size());
         call.select(rows);
@@ -392,8 +391,7 @@ TEST(DecodeDict, AnUnknownLayoutIsRefusedWithNothingWritten) {
     std::mt19937_64 rng(38);
     for (ub4 layout : {2u, 3u, 0xffffffffu}) {
         Dictionary d = variable_dictionary(rng, 8);
-        auto col = packed_column(random_codes(rng, 50, 8), 3);
-        d.attach(col->enc);
+        auto col = dict_column(random_codes(rng, 50, 8), 3, d);
         col->enc.sym_layout = layout;
         compress_column(*col);
         DecodeCall call(50, 50);
@@ -412,9 +410,7 @@ TEST(DecodeDict, AFailedDecompressionRaisesAndTheKernelGoesOn) {
     std::mt19937_64 rng(39);
     for (unsigned w : {6u, 17u}) {
         const Dictionary d = fixed_dictionary(40, 2);
-        auto col = packed_column(random_codes(rng, 100, 40), w);
-        d.attach(col->enc);
-        compress_column(*col);
+        auto col = dict_column(random_codes(rng, 100, 40), w, d, true);
         col->data.data()[5] = 0x01;  // flags without 0x02: the decoder refuses
         DecodeCall call(100, 100);
         clear_raised();
