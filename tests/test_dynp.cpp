@@ -162,6 +162,13 @@ TEST(DynpCompare, InvalidNibblesInWholeBlocksReadAsZero) {
     }
 }
 
+// The result word of a 16-bit compare over a few rows, with no kernel context.
+ub8 bits16(Column &col, unsigned op, bool tz, const DynpLiteral &lit, ub4 rows) {
+    Result res(rows);
+    kernel(VORN_DISPATCH_INDEX(dynp_kernel_group(2), op, tz)).cmp(&res.vec, &col.vec, lit.ptrs, nullptr);
+    return res.bv[0];
+}
+
 // ---- The second key ----------------------------------------------------------------
 
 TEST(DynpTz, KeyAboveTheWidthIsRefusedWithNothingWritten) {
@@ -199,12 +206,7 @@ TEST(DynpTz, EqSixteenBitsWithKeyThreeReturnsTwo) {
 TEST(DynpTz, EqualValuesAreOrderedByStoredLength) {
     // 0x1200 stored as one byte (key 0) and as two (key 1): one padded value, two keys.
     auto col = dynp_column({{0x1200, 0}, {0x1200, 1}, {0x1201, 1}}, 2);
-    auto run = [&](unsigned op, ub1 key) {
-        const DynpLiteral lit(0x1200, 2, key);
-        Result res(3);
-        kernel(VORN_DISPATCH_INDEX(dynp_kernel_group(2), op, 1)).cmp(&res.vec, &col->vec, lit.ptrs, nullptr);
-        return res.bv[0];
-    };
+    auto run = [&](unsigned op, ub1 key) { return bits16(*col, op, true, DynpLiteral(0x1200, 2, key), 3); };
     EXPECT_EQ(run(VORN_OP_EQ, 0), 0b001u);
     EXPECT_EQ(run(VORN_OP_EQ, 1), 0b010u);
     EXPECT_EQ(run(VORN_OP_LT, 1), 0b001u);  // equal value, key 0 below 1
@@ -219,12 +221,7 @@ TEST(DynpTz, EqualValuesAreOrderedByStoredLength) {
 TEST(DynpCompare, ValueStoredShortEqualsItsPaddedLiteral) {
     // 0x1200 stored as 0x12; 0x12 0x01 is above it.
     auto col = dynp_column({{0x1200, 0}, {0x1201, 1}, {0x1200, 1}}, 2);
-    const DynpLiteral lit(0x1200, 2, 0);
-    auto run = [&](unsigned op) {
-        Result res(3);
-        kernel(VORN_DISPATCH_INDEX(dynp_kernel_group(2), op, 0)).cmp(&res.vec, &col->vec, lit.ptrs, nullptr);
-        return res.bv[0];
-    };
+    auto run = [&](unsigned op) { return bits16(*col, op, false, DynpLiteral(0x1200, 2, 0), 3); };
     EXPECT_EQ(run(VORN_OP_EQ), 0b101u);
     EXPECT_EQ(run(VORN_OP_GT), 0b010u);
     EXPECT_EQ(col->data.size(), 5u);
