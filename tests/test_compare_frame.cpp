@@ -53,13 +53,15 @@ TEST(CompareFrame, FullPathWithFiltersAndSelection) {
     TestHost host;
     for (ub4 n : {0u, 1u, 63u, 64u, 65u, 130u, 1000u}) {
         const auto values = random_bytes(rng, n, 3);
-        for (int mode = 0; mode < 4; ++mode) {
+        // Mode 4 and 5: the selective flag without bv_aux takes the full path.
+        for (int mode = 0; mode < 6; ++mode) {
             auto col = byte_column(values);
             const auto filter = random_bits(rng, n, 0.6), aux = random_bits(rng, n, 0.6);
             if (mode & 1) col->vec.filter_bv = filter.data();
             vorn_kernel_ctx k = host.kctx();
             k.done_flags = VORN_DONE_DECODED;  // an earlier kernel's flag stays
             if (mode & 2) k.bv_aux = aux.data();
+            if (mode & 4) k.flags = VORN_CTX_SELECTIVE;
             Result res(n);
             const ub8 code = vorn::compare_frame(&res.vec, &col->vec, ByteEquals{1}, &k);
             expect_result(res, model(values, 1, mode & 1 ? filter.data() : nullptr, mode & 2 ? aux.data() : nullptr), code);
@@ -111,17 +113,6 @@ TEST(CompareFrame, OnesBehindTheLastRowOfTheSelectionAndFilterCountForNothing) {
             EXPECT_TRUE(res.clear_behind(n));
         }
     }
-}
-
-TEST(CompareFrame, SelectiveFlagWithoutBvAuxTakesTheFullPath) {
-    auto col = byte_column({1, 0, 1});
-    TestHost host;
-    vorn_kernel_ctx k = host.kctx();
-    k.flags = VORN_CTX_SELECTIVE;
-    Result res(3);
-    EXPECT_EQ(vorn::compare_frame(&res.vec, &col->vec, ByteEquals{1}, &k), 0u);
-    EXPECT_EQ(res.vec.num_ones, 2u);
-    EXPECT_EQ(k.done_flags, 0u);
 }
 
 // ---- Run-length columns ------------------------------------------------------
