@@ -188,12 +188,9 @@ TEST(DictCompare, AllFormsAgreeWithTheModel) {
 enum Mode : unsigned { kFilter = 1, kAux = 2, kSelective = 4, kCompressed = 8, kNullContext = 16 };
 
 std::string mode_text(unsigned m) {
+    const char *const names[] = {" filter", " aux", " selective", " compressed", " null-kctx"};
     std::string s;
-    if (m & kFilter) s += " filter";
-    if (m & kAux) s += " aux";
-    if (m & kSelective) s += " selective";
-    if (m & kCompressed) s += " compressed";
-    if (m & kNullContext) s += " null-kctx";
+    for (unsigned bit = 0; bit < std::size(names); ++bit) s += m >> bit & 1 ? names[bit] : "";
     return s;
 }
 
