@@ -58,7 +58,7 @@ std::vector<ub8> random_words(std::mt19937_64 &rng, ub8 n) {
     return w;
 }
 
-// A column's storage and its vector.
+// A column's storage and its vector: `size` rows, or as many as the words hold.
 struct Col {
     vorn_enc_ctx enc{};
     vorn_vec vec{};
@@ -67,23 +67,21 @@ struct Col {
 };
 using ColPtr = std::shared_ptr<Col>;
 
-ColPtr words_column(std::vector<ub8> words, ub4 flags, ub4 bit_width) {
+ColPtr words_column(std::vector<ub8> words, ub4 flags, ub4 bit_width, ub8 size = ~ub8{0}) {
     auto c = std::make_shared<Col>();
     c->words = std::move(words);
     c->enc.flags = flags;
     c->enc.bit_width = bit_width;
     c->vec.enc_ctx = &c->enc;
     c->vec.data = c->words.data();
-    c->vec.size = static_cast<ub4>(c->words.size() * 64 / (bit_width ? bit_width : 64));
+    c->vec.size = static_cast<ub4>(~size ? size : c->words.size() * 64 / (bit_width ? bit_width : 64));
     return c;
 }
 ColPtr hashes64(const std::vector<ub8> &h) { return words_column(h, VORN_ALIGNED, 64); }
 ColPtr hashes32(const std::vector<ub4> &h) {
     std::vector<ub8> w((h.size() + 1) / 2);
     if (!h.empty()) std::memcpy(w.data(), h.data(), 4 * h.size());
-    auto c = words_column(w, VORN_ALIGNED, 32);
-    c->vec.size = static_cast<ub4>(h.size());
-    return c;
+    return words_column(w, VORN_ALIGNED, 32, h.size());
 }
 ColPtr from_values(std::unique_ptr<ValueColumn> v) {
     auto c = std::make_shared<Col>();
@@ -101,9 +99,8 @@ Rids random_rids(std::mt19937_64 &rng, ub8 n) {
     Rids r;
     if (rng() & 1) {
         const ub4 base = static_cast<ub4>(rng() % 100000);
-        r.col = words_column({}, VORN_AUTORID, 64);
+        r.col = words_column({}, VORN_AUTORID, 64, n);
         r.col->vec.base_rid = base;
-        r.col->vec.size = static_cast<ub4>(n);
         for (ub8 i = 0; i < n; ++i) r.ids.push_back(base + i);
     } else {
         for (ub8 i = 0; i < n; ++i) r.ids.push_back(rng());
@@ -280,8 +277,7 @@ std::vector<Scenario> rid_hash_scenarios(std::mt19937_64 &rng, ub8 n) {
     // Finished records of key kind 0x21, copied as they are.
     Scenario &s = add(out, "rid hash records", VORN_PART_RID | VORN_PART_HASH);
     const std::vector<ub8> words = random_words(rng, 2 * n);
-    s.src = words_column(words, VORN_KEY_KIND_FLAGS(VORN_KEY_KIND_RIDHASH), 128);
-    s.src->vec.size = static_cast<ub4>(n);
+    s.src = words_column(words, VORN_KEY_KIND_FLAGS(VORN_KEY_KIND_RIDHASH), 128, n);
     for (ub8 i = 0; i < n; ++i) s.rows.push_back(ModelRow{words[2 * i + 1], {}}.u8(words[2 * i]).u8(words[2 * i + 1]));
     return out;
 }
@@ -619,8 +615,7 @@ TEST(Partition, RepartitionOfVariableRecords) {
         re.flags = VORN_PART_VAR | VORN_PART_HASH;
         std::vector<ub8> words(records.size() / 8 + 2);
         if (!records.empty()) std::memcpy(words.data(), records.data(), records.size());
-        re.src = words_column(std::move(words), VORN_ALIGNED | VORN_LV, 0);
-        re.src->vec.size = static_cast<ub4>(n);
+        re.src = words_column(std::move(words), VORN_ALIGNED | VORN_LV, 0, n);
         re.rows = s.rows;
         for (unsigned bits : {0u, 3u, 9u}) {
             auto never = [](const void *, ub8, ub8) -> ub8 {
@@ -650,14 +645,11 @@ TEST(Partition, UnsupportedCombinationsWriteNothing) {
     Keys keys = random_keys(rng, VORN_LV, n);
     Keys fixed2 = random_keys(rng, VORN_FIXED, n, 2);
     Keys fixed8 = random_keys(rng, VORN_FIXED, n, 8);
-    auto packed = words_column(std::vector<ub8>(4), VORN_PACKED, 8);
-    packed->vec.size = static_cast<ub4>(n);
-    auto hash16 = words_column(std::vector<ub8>(8), VORN_ALIGNED, 16);
-    hash16->vec.size = static_cast<ub4>(n);
+    auto packed = words_column(std::vector<ub8>(4), VORN_PACKED, 8, n);
+    auto hash16 = words_column(std::vector<ub8>(8), VORN_ALIGNED, 16, n);
     auto key32 = hashes32(std::vector<ub4>(n, 1));
     key32->enc.flags = VORN_KEY32;
-    auto wrong_kind = words_column(std::vector<ub8>(2 * n), VORN_KEY_KIND_FLAGS(0x22), 128);
-    wrong_kind->vec.size = static_cast<ub4>(n);
+    auto wrong_kind = words_column(std::vector<ub8>(2 * n), VORN_KEY_KIND_FLAGS(0x22), 128, n);
     struct Refusal {
         const char *why;
         ub4 flags;
