@@ -80,45 +80,10 @@ TEST(DictTables, LaneSizesFollowTheWidths) {
     for (ub4 w : {1u, 2u, 4u, 8u}) EXPECT_EQ(vorn::dict_lane_bits(w), 8u) << w;
     for (ub4 w : {3u, 5u, 6u, 7u, 9u, 10u, 12u}) EXPECT_EQ(vorn::dict_lane_bits(w), 16u) << w;
     for (ub4 w : {11u, 13u, 14u, 15u, 16u, 17u, 18u, 19u, 20u, 24u}) EXPECT_EQ(vorn::dict_lane_bits(w), 32u) << w;
-}
-
-TEST(DictTables, WidthFiveAndTenHoldTheirShiftsAndMasks) {
-    const ub4 shifts5[] = {3, 6, 1, 4, 7, 2, 5, 0};
-    const ub4 masks5[] = {0xf8, 0x7c0, 0x3e, 0x1f0, 0xf80, 0x7c, 0x3e0, 0x1f};
-    for (ub4 j = 0; j < 16; ++j) {  // a row of width 5 is 16 lanes: the 8 codes twice
-        EXPECT_EQ(vorn::dict_lane(vorn::vorn_shift_masks, 5, j), shifts5[j % 8]) << j;
-        EXPECT_EQ(vorn::dict_lane(vorn::vorn_and_masks, 5, j), masks5[j % 8]) << j;
-    }
-    const ub4 masks10[] = {0xffc0, 0x3ff0, 0xffc, 0x3ff};
-    for (ub4 j = 0; j < 16; ++j) EXPECT_EQ(vorn::dict_lane(vorn::vorn_and_masks, 10, j), masks10[j % 4]) << j;
     // 16-bit lanes: the row is 16 little-endian ub2, so byte 1 is the high byte of lane 0.
     EXPECT_EQ(vorn::vorn_and_masks[4][0], 0xf8);
     EXPECT_EQ(vorn::vorn_and_masks[4][2], 0xc0);
     EXPECT_EQ(vorn::vorn_and_masks[4][3], 0x07);
-}
-
-TEST(DictTables, ShufflesGatherTheBytesACodeTouches) {
-    // Width 3, row 2: bits 6..8, the low two bits of byte 0 and the top bit
-    // of byte 1; the lane's low byte is the last byte.
-    EXPECT_EQ(vorn::dict_lane(vorn::vorn_shuffle_masks, 3, 2), 0x0001u);  // high byte 0, low byte 1
-    EXPECT_EQ(vorn::dict_lane(vorn::vorn_shift_masks, 3, 2), 7u);
-    EXPECT_EQ(vorn::dict_lane(vorn::vorn_and_masks, 3, 2), 0x380u);
-    // Width 9, row 7: the low bit of byte 7 and all of byte 8, shift 0.
-    EXPECT_EQ(vorn::dict_lane(vorn::vorn_shuffle_masks, 9, 7), 0x0708u);
-    EXPECT_EQ(vorn::dict_lane(vorn::vorn_shift_masks, 9, 7), 0u);
-    EXPECT_EQ(vorn::dict_lane(vorn::vorn_and_masks, 9, 7), 0x1ffu);
-    // 8-bit lanes repeat the byte that holds the code: width 2, codes 0..3
-    // in byte 0, 4..7 in byte 1, shifts 6, 4, 2, 0.
-    for (ub4 j = 0; j < 8; ++j) {
-        EXPECT_EQ(vorn::vorn_shuffle_masks[1][j], j / 4) << j;
-        EXPECT_EQ(vorn::vorn_shift_masks[1][j], 6 - 2 * (j % 4)) << j;
-    }
-    // Width 24: three bytes, the fourth lane byte zero.
-    EXPECT_EQ(vorn::dict_lane(vorn::vorn_shuffle_masks, 24, 1), 0x80030405u);
-    // Width 13, 32-bit lanes: the second vector starts at byte 6, in the
-    // middle of code 4's first byte (bit 52), and counts bytes from there.
-    EXPECT_EQ(vorn::dict_lane(vorn::vorn_shuffle_masks, 13, 4), 0x80000102u);
-    EXPECT_EQ(vorn::dict_lane(vorn::vorn_shift_masks, 13, 4), 7u);
 }
 
 // Every shuffle, shift and mask of every width recovers every code of a group
