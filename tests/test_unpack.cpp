@@ -197,19 +197,15 @@ TEST(Unpack, ManySmallCallsGiveWhatOneCallGives) {
                     const Selection sel = make_selection(rng, kind, src.col->vec.size, density, true);
                     const std::vector<ub8> want = model(src.rows, sel, 0, ~0u).out;
                     const bool runs = layout != Storage::plain;
-                    // Every start: one row a call, then two, then three.
-                    for (ub4 step : {1u, 2u, 3u}) {
-                        const auto got = unpack_in_pieces(host, src, sel, w, wide, [&](int) { return step; }, runs);
-                        ASSERT_EQ(got, want) << kernel_name(w) << " " << sel_name(kind) << " layout "
-                                             << static_cast<int>(layout) << " step " << step;
-                    }
-                    // Random rooms, and rooms about one block: a block may
-                    // run only with 64 elements of room.
-                    for (ub4 spread : {150u, 12u}) {
-                        const ub4 low = spread == 150 ? 1 : 58;
+                    // Rooms from `low` to `low + spread - 1`: every start with one row a
+                    // call, then two, then three; random rooms; and rooms about one
+                    // block, since a block may run only with 64 elements of room.
+                    const std::pair<ub4, ub4> rooms[] = {{1, 1}, {2, 1}, {3, 1}, {1, 150}, {58, 12}};
+                    for (const auto &[low, spread] : rooms) {
                         const auto got = unpack_in_pieces(
                             host, src, sel, w, wide, [&](int) { return low + static_cast<ub4>(rng() % spread); }, runs);
-                        ASSERT_EQ(got, want) << kernel_name(w) << " " << sel_name(kind) << " rooms from " << low;
+                        ASSERT_EQ(got, want) << kernel_name(w) << " " << sel_name(kind) << " layout "
+                                             << static_cast<int>(layout) << " rooms " << low << " + " << spread;
                     }
                 }
             }
