@@ -407,10 +407,8 @@ TEST(Probe, StagedKeysOfAddressAndLength) {
             vorn_kernel_ctx pctx{};
             ub8 stats[2] = {}, code = 15;
             for (int guard = 0; code == 15 && guard < 1000000; ++guard) {
-                vorn_vec ro{}, vo{};
-                ro.data = rows_out.data();
-                ro.size = 64;
-                vo.data = values_out.data();
+                vorntest::ProbeOutputs out(rows_out.data(), values_out.data(), 64, nullptr, 0);
+                vorn_vec &ro = out.rows, &vo = out.values;
                 code = vorntest::ctx().vorn_probe_kv_dydi(&ro, &vo, &pc.hv, nullptr, &pc.kv, &t.kv, 0, &pctx, stats);
                 for (ub4 i = 0; i < ro.size; ++i)
                     got.insert({rows_out[i], s.value_bytes ? reinterpret_cast<const ub4 *>(values_out.data())[i] : 0});

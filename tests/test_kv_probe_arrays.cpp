@@ -297,7 +297,6 @@ TEST(ProbeArrays, RefusedShapes) {
     EXPECT_EQ(run(*b, p, nullptr, 4, 64, nullptr, 0, stats).code, 14u) << "the mode is judged first";
     // An array form with a kind it does not have.
     KvTable wrong(VORN_KV_FLAGS(VORN_KV_K4V4, 5), 100, 100);
-    Built w{kAcnt, nullptr, {}};
     p.ke.flags = VORN_KEY32;
     vorn_vec ro{}, vo{};
     vorn_kernel_ctx ctx{};
