@@ -4,7 +4,10 @@
 // order), and the result column is checked against XXH3 of the same bytes.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <functional>
+#include <numeric>
 #include <random>
 #include <vector>
 
@@ -244,13 +247,8 @@ TEST(Hash, EarlierLayoutFlagWins) {
     std::vector<ub4> codes4(codes.begin(), codes.end());
     const ub4 order[] = {VORN_FIXED, VORN_PACKED, VORN_CODE_ARRAY, VORN_LV_SEP, VORN_LV, VORN_PTR_LEN, VORN_LEN_PTR};
     auto later_than = [&](ub4 layout) {
-        ub4 later = 0;
-        bool after = false;
-        for (ub4 o : order) {
-            if (after) later |= o;
-            after = after || o == layout;
-        }
-        return later;
+        return std::accumulate(std::find(std::begin(order), std::end(order), layout) + 1, std::end(order), 0u,
+                               std::bit_or<>());
     };
     // Each layout with every later flag set besides.
     for (ub4 layout : {VORN_FIXED, VORN_LV_SEP, VORN_LV, VORN_PTR_LEN}) {
