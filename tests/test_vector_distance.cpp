@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "support/distance_model.h"
+#include "support/fold_c.h"
 #include "support/test_host.h"
 #include "support/vector_model.h"
 #include "vector/dbv_names.h"
@@ -28,6 +29,7 @@ using vorntest::vec::order_decode_model;
 using vorntest::vec::model_f16;
 
 using vorntest::ctx;
+using vorntest::vec::DoubleResult;
 
 // ---- Operands by name ----------------------------------------------------------
 
@@ -555,18 +557,6 @@ TEST(VectorPick, EveryKeyInRange) {
     EXPECT_EQ(names[pick(3, 7, 1, 0, 5, 1, 0)], "vorn_dbv_cosine_float16_int8");
     EXPECT_EQ(names[pick(3, 7, 1, 0, 5, 0, 0)], "vorn_dbv_cosine_Cfloat16_int8");
 }
-
-// A result vector of native doubles over `out`, with room for `size` rows.
-struct DoubleResult {
-    vorn_enc_ctx enc{};
-    vorn_vec vec{};
-    DoubleResult(std::vector<double> &out, ub4 size) {
-        enc.flags = VORN_NATIVE_FP;
-        vec.enc_ctx = &enc;
-        vec.data = out.data();
-        vec.size = size;
-    }
-};
 
 // The single-query distance driver over every row from the cursor, cut by
 // the result capacity: the walk takes the rows eight at a time straight

@@ -12,6 +12,7 @@
 #include <limits>
 
 #include "support/distance_model.h"
+#include "support/fold_c.h"
 #include "support/test_host.h"
 
 namespace {
@@ -214,17 +215,8 @@ TEST(VectorTopK, SelectionsWalkEveryRowLeft) {
                     const unsigned dim = 1 + static_cast<unsigned>(rng() % 20);
                     const ub4 n = 1 + static_cast<ub4>(rng() % 900);
                     UnifColumn right(elem, dim, n, rng), left(elem, dim, paired ? n : 1, rng);
-                    std::vector<ub8> bits = random_bits(rng, n, 0.4);
-                    std::vector<ub4> list;
-                    for (ub4 r = 0; r < n; ++r)
-                        if (rng() % 2) list.push_back(r);
-                    vorn_kernel_ctx k{};
-                    if (kind == 0) k.bv_aux = bits.data();
-                    if (kind == 1) {
-                        k.ones_vec = list.data();
-                        k.ones_vec_size = static_cast<ub4>(list.size());
-                    }
-                    k.row_pos = static_cast<ub4>(kind == 1 ? rng() % (list.size() + 1) : rng() % n);
+                    RowSelection sel(rng, kind, n, 0.4, 2, n);
+                    vorn_kernel_ctx &k = sel.k;
                     const vorn_kernel_ctx before = k;
                     const auto rows = walked_rows(k, n, ~ub8{0});
                     const ub4 K = static_cast<ub4>(1 + rng() % 12);
