@@ -583,10 +583,8 @@ TEST(VectorDistance, SingleQueryRunsCutByTheCapacity) {
             ASSERT_EQ(ctx().vorn_vector_distance_dydi(&res.vec, &right.vec, &left.vec, metric, 0, &k, nullptr), 0u);
             for (std::size_t i = 0; i < rows.size(); ++i) {
                 const ub4 r = rows[i];
-                const double want = elem == tv::UnifColumn::kBits
-                                        ? tv::hamming_bits_model(left.rows[0], right.rows[r], dim)
-                                        : tv::euclid_model(elem, elem, left.rows[0], right.rows[r], dim, metric);
-                ASSERT_TRUE(tv::same_bits(out[i], want)) << "row " << r;
+                ASSERT_TRUE(tv::same_bits(out[i], tv::model_for(elem, elem, left.rows[0], right.rows[r], dim, metric)))
+                    << "row " << r;
             }
             ASSERT_EQ(out[rows.size()], -7.0);
             EXPECT_EQ(k.row_pos, tv::cursor_after(before, rows));

@@ -23,12 +23,6 @@ RowSelection selection(std::mt19937_64 &rng, unsigned kind, ub4 n) {
     return RowSelection(rng, kind, n, density, 3, n / 2 + 1);
 }
 
-double model_for(unsigned elem, unsigned L, const std::vector<ub1> &a, const std::vector<ub1> &b, unsigned dim,
-                 unsigned metric) {
-    if (elem == UnifColumn::kBits) return hamming_bits_model(a, b, dim);
-    return euclid_model(L, elem, a, b, dim, metric);
-}
-
 // Reads result k in the result's form.
 double result_at(const std::vector<double> &out, std::size_t k, bool c_form) {
     if (!c_form) return out[k];

@@ -116,11 +116,7 @@ std::vector<float> tie_values(std::mt19937_64 &rng, std::size_t n, unsigned dist
 std::vector<Entry> seen_rows(const std::vector<ub4> &rows, const UnifColumn &left, const UnifColumn &right,
                              unsigned elem, unsigned dim, unsigned metric, bool paired = false) {
     std::vector<Entry> seen;
-    for (ub4 r : rows) {
-        const auto &a = left.rows[paired ? r : 0];
-        seen.push_back({r, elem == UnifColumn::kBits ? hamming_bits_model(a, right.rows[r], dim)
-                                                     : euclid_model(elem, elem, a, right.rows[r], dim, metric)});
-    }
+    for (ub4 r : rows) seen.push_back({r, model_for(elem, elem, left.rows[paired ? r : 0], right.rows[r], dim, metric)});
     return seen;
 }
 

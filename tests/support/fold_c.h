@@ -5,6 +5,7 @@
 #include <random>
 #include <vector>
 
+#include "support/distance_model.h"
 #include "support/test_host.h"
 
 namespace vorntest::vec {
@@ -45,5 +46,13 @@ struct DoubleResult {
         vec.size = cap;
     }
 };
+
+// The model's distance of row b against query a: bit hamming for bit
+// vectors, else euclid with the query in form L.
+inline double model_for(unsigned elem, unsigned L, const std::vector<ub1> &a, const std::vector<ub1> &b,
+                        unsigned dim, unsigned metric) {
+    if (elem == UnifColumn::kBits) return hamming_bits_model(a, b, dim);
+    return euclid_model(L, elem, a, b, dim, metric);
+}
 
 }  // namespace vorntest::vec
