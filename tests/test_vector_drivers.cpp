@@ -123,47 +123,6 @@ TEST(VectorDistance, Shapes) {
     EXPECT_EQ(res.num_ones, 0u);
 }
 
-// A flexible column: each row a stored value; `fault` breaks some rows.
-struct FlexColumn {
-    vorn_enc_ctx enc{};
-    vorn_vec vec{};
-    std::vector<std::vector<ub1>> values, bodies;
-    std::vector<unsigned> forms;
-    std::vector<const void *> ptrs;
-    // faults: some rows broken; dim_faults: some of them by their count,
-    // which only one side of a pair may have (two equal wrong counts would
-    // make a good pair of bodies shorter or longer than they are).
-    FlexColumn(std::mt19937_64 &rng, std::size_t n, unsigned dim, bool faults, bool dim_faults) {
-        enc.flags = VORN_VEC_COLUMN | VORN_VEC_FLEX;
-        for (std::size_t r = 0; r < n; ++r) {
-            const unsigned f = static_cast<unsigned>(rng() % kFormCount);
-            std::vector<ub1> body(std::size_t(dim) * bytes_of(f));
-            for (unsigned i = 0; i < dim; ++i) put(body, f, i, double(int(rng() % 64) - 32) / 4);
-            auto v = stored_value(format_of(f), is_c(f) ? 0x02 : 0x0A, dim, body);
-            if (faults) switch (rng() % 12) {
-                    case 0: v[0] = 0xDC; break;                  // bad magic
-                    case 1: v[1] = 4; break;                     // version above 3
-                    case 2: v[3] = 0x01; break;                  // neither 0x02 nor 0x10
-                    case 3: if (dim_faults) v[8] ^= 1; break;    // other dimensions
-                    case 4: v[4] = 9; break;                     // no type, no kernel
-                    default: break;
-                }
-            values.push_back(v);
-            bodies.push_back(body);
-            forms.push_back(f);
-        }
-        for (auto &v : values) ptrs.push_back(v.data());
-        vec.enc_ctx = &enc;
-        vec.size = static_cast<ub4>(n);
-        vec.data = ptrs.data();
-    }
-    bool good(std::size_t r) const {
-        const auto &v = values[r];
-        return v[0] == 0xDB && v[1] <= 3 && (v[3] & 0x12) && v[4] != 9;
-    }
-    ub4 dims(std::size_t r) const { return ub4(values[r][5]) << 24 | ub4(values[r][6]) << 16 | ub4(values[r][7]) << 8 | values[r][8]; }
-};
-
 TEST(VectorDistance, FlexibleRowsWithFaults) {
     std::mt19937_64 rng(34);
     for (unsigned paired = 0; paired < 2; ++paired)

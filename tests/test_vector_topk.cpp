@@ -296,40 +296,14 @@ TEST(VectorTopK, FlexibleRowsWithFaultsTakeNoPlace) {
     for (unsigned trial = 0; trial < 20; ++trial) {
         const unsigned dim = 1 + static_cast<unsigned>(rng() % 10);
         const ub4 n = 1 + static_cast<ub4>(rng() % 200);
-        std::vector<std::vector<ub1>> values, bodies;
-        std::vector<bool> good;
-        std::vector<const void *> ptrs;
-        for (ub4 r = 0; r < n; ++r) {
-            std::vector<ub1> body(dim * 4);
-            for (unsigned i = 0; i < dim; ++i) put(body, kCFloat, i, double(rng() % 5));
-            auto v = stored_value(2, 0x02, dim, body);
-            const bool bad = rng() % 5 == 0;
-            if (bad) v[0] = 0x00;
-            values.push_back(v);
-            bodies.push_back(body);
-            good.push_back(!bad);
-        }
-        for (auto &v : values) ptrs.push_back(v.data());
-        vorn_enc_ctx enc{};
-        enc.flags = VORN_VEC_COLUMN | VORN_VEC_FLEX;
-        vorn_vec col{};
-        col.enc_ctx = &enc;
-        col.data = ptrs.data();
-        col.size = n;
-        std::vector<ub1> qbody(dim * 4);
-        for (unsigned i = 0; i < dim; ++i) put(qbody, kCFloat, i, 2.0);
-        auto qv = stored_value(2, 0x02, dim, qbody);
-        const void *qp = qv.data();
-        vorn_vec query{};
-        query.enc_ctx = &enc;
-        query.data = &qp;
-        query.size = 1;
+        FlexColumn col(rng, n, dim, true, true), query(rng, 1, dim, false, false);
         const ub4 K = 1 + static_cast<ub4>(rng() % 15);
         TopKResult res(K, false);
-        ASSERT_EQ(ctx().vorn_vector_topk_dydi(&res.vec, &col, &query, 2, 0, nullptr, nullptr), 0u);
+        ASSERT_EQ(ctx().vorn_vector_topk_dydi(&res.vec, &col.vec, &query.vec, 2, 0, nullptr, nullptr), 0u);
         std::vector<Entry> seen;
         for (ub4 r = 0; r < n; ++r)
-            if (good[r]) seen.push_back({r, euclid_model(kCFloat, kCFloat, qbody, bodies[r], dim, 2)});
+            if (col.good(r) && col.dims(r) == dim)
+                seen.push_back({r, euclid_model(query.forms[0], col.forms[r], query.bodies[0], col.bodies[r], dim, 2)});
         check(res, seen, K);
     }
 }
