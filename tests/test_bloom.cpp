@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "bloom/bloom_entries.h"
+#include "support/fold_kv2.h"
 #include "support/test_host.h"
 
 namespace {
@@ -128,11 +129,7 @@ struct Hashes {
             for (unsigned k = 0; k < hash_bytes; ++k)
                 bytes[i * hash_bytes + k] = static_cast<ub1>(h >> (8 * (hash_bytes - 1 - k)));
         }
-        enc.flags = VORN_ALIGNED;
-        enc.bit_width = hash_bytes * 8;
-        vec.enc_ctx = &enc;
-        vec.data = bytes.empty() ? nullptr : bytes.data();
-        vec.size = static_cast<ub4>(words.size());
+        column_vec(vec, enc, bytes.empty() ? nullptr : bytes.data(), words.size(), VORN_ALIGNED, hash_bytes * 8);
     }
 };
 

@@ -53,16 +53,11 @@ std::vector<Value> mutate(std::mt19937_64 &rng, std::vector<Value> v, std::size_
     std::bernoulli_distribution change(rate);
     for (auto &x : v) {
         if (!change(rng)) continue;
-        switch (rng() % 3) {
-            case 0:
-                if (!x.empty()) x[rng() % x.size()] ^= 0x40;
-                break;
-            case 1:
-                if (x.size() < max_len) x.push_back(0);
-                else x.pop_back();
-                break;
-            default: x = random_value(rng, max_len);
-        }
+        const unsigned how = rng() % 3;
+        if (how == 0 && !x.empty()) x[rng() % x.size()] ^= 0x40;
+        else if (how == 1 && x.size() < max_len) x.push_back(0);
+        else if (how == 1) x.pop_back();
+        else if (how == 2) x = random_value(rng, max_len);
     }
     return v;
 }

@@ -4,10 +4,14 @@
 // order), and the result column is checked against XXH3 of the same bytes.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <functional>
+#include <numeric>
 #include <random>
 #include <vector>
 
+#include "support/fold_kv2.h"
 #include "support/test_host.h"
 #include "support/value_columns.h"
 
@@ -40,11 +44,7 @@ struct NativeColumn {
     vorn_vec vec{};
     std::vector<T> values;
     explicit NativeColumn(std::vector<T> v, ub4 flags = kFlags) : values(std::move(v)) {
-        enc.flags = flags;
-        enc.bit_width = 8 * sizeof(T);
-        vec.enc_ctx = &enc;
-        vec.data = values.data();
-        vec.size = static_cast<ub4>(values.size());
+        column_vec(vec, enc, values.data(), values.size(), flags, 8 * sizeof(T));
     }
     T seed_of(ub8 row) const { return values.size() == 1 ? values[0] : values[row]; }
 };
@@ -109,11 +109,16 @@ struct Dictionary {
     std::vector<Expect> symbols;
     ub4 layout = 0;
 
+    // Symbol bytes: `total` random bytes.
+    static Dictionary with_base(std::mt19937_64 &rng, std::size_t total) {
+        Dictionary d;
+        d.base.resize(total);
+        for (std::size_t i = 0; i < total; ++i) d.base.data()[i] = static_cast<ub1>(rng());
+        return d;
+    }
     // sym_layout 0: `count` symbols of `length` bytes.
     static Dictionary fixed(std::mt19937_64 &rng, ub4 count, ub4 length) {
-        Dictionary d;
-        d.base.resize(std::size_t{count} * length);
-        for (std::size_t i = 0; i < d.base.size(); ++i) d.base.data()[i] = static_cast<ub1>(rng());
+        Dictionary d = with_base(rng, std::size_t{count} * length);
         d.header.resize(2);
         d.header.data()[0] = static_cast<ub1>(length >> 8);
         d.header.data()[1] = static_cast<ub1>(length);
@@ -123,12 +128,10 @@ struct Dictionary {
     // sym_layout 1: symbols of the given lengths; a length is handed to the
     // hash modulo 65536.
     static Dictionary variable(std::mt19937_64 &rng, const std::vector<ub4> &lengths) {
-        Dictionary d;
-        d.layout = 1;
         std::size_t total = 0;
         for (ub4 l : lengths) total += l;
-        d.base.resize(total);
-        for (std::size_t i = 0; i < total; ++i) d.base.data()[i] = static_cast<ub1>(rng());
+        Dictionary d = with_base(rng, total);
+        d.layout = 1;
         d.offsets.resize(4 * (lengths.size() + 1));
         ub4 at = 0;
         for (std::size_t c = 0; c <= lengths.size(); ++c) {
@@ -244,13 +247,8 @@ TEST(Hash, EarlierLayoutFlagWins) {
     std::vector<ub4> codes4(codes.begin(), codes.end());
     const ub4 order[] = {VORN_FIXED, VORN_PACKED, VORN_CODE_ARRAY, VORN_LV_SEP, VORN_LV, VORN_PTR_LEN, VORN_LEN_PTR};
     auto later_than = [&](ub4 layout) {
-        ub4 later = 0;
-        bool after = false;
-        for (ub4 o : order) {
-            if (after) later |= o;
-            after = after || o == layout;
-        }
-        return later;
+        return std::accumulate(std::find(std::begin(order), std::end(order), layout) + 1, std::end(order), 0u,
+                               std::bit_or<>());
     };
     // Each layout with every later flag set besides.
     for (ub4 layout : {VORN_FIXED, VORN_LV_SEP, VORN_LV, VORN_PTR_LEN}) {

@@ -8,6 +8,7 @@
 #include <random>
 
 #include "kv/kv_entries.h"
+#include "support/fold_kv2.h"
 #include "support/kv_table.h"
 #include "support/test_host.h"
 
@@ -303,17 +304,10 @@ TEST(KvArrays, TheEntryChoosesTheArrayMember) {
     std::mt19937_64 rng(13);
     const ub8 n = 1000;
     std::vector<ub4> keys = random_keys(rng, n, 1);
-    vorn_enc_ctx key_enc{};
-    key_enc.flags = VORN_KEY32;
-    vorn_vec key_vec{};
-    key_vec.data = keys.data();
-    key_vec.enc_ctx = &key_enc;
-    key_vec.size = n;
-    vorn_enc_ctx auto_enc{};
-    auto_enc.flags = VORN_AUTORID;
-    vorn_vec val_vec{};
-    val_vec.enc_ctx = &auto_enc;
-    val_vec.base_rid = 500;
+    vorn_enc_ctx key_enc{}, auto_enc{};
+    vorn_vec key_vec{}, val_vec{};
+    vorntest::column_vec(key_vec, key_enc, keys.data(), n, VORN_KEY32);
+    vorntest::autorid_vec(val_vec, auto_enc, 500);
     for (ub4 kind : {VORN_KV_K4V4, VORN_KV_K4V8}) {
         KvTable t(VORN_KV_FLAGS(kind, 4), 131071, n);
         vorn_kernel_ctx ctx{};
@@ -338,8 +332,6 @@ TEST(KvArrays, TheEntryChoosesTheArrayMember) {
     ctx.row_pos = 0;
     EXPECT_EQ(vorntest::ctx().vorn_create_add_kv_dydi(&c.kv, nullptr, nullptr, &key_vec, -1, &ctx, KvTable::grow, status), 2u);
 }
-
-
 
 // Hands out a list-record id that does not fit a slot word.
 ub8 grant_wide_id(vorn_kv_region *, ub8, ub8 *id, ...) {

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <random>
+#include <tuple>
 
 #include "kv/kv_entries.h"
 #include "kv/kv_kinds.h"
@@ -112,14 +113,13 @@ LayoutModel bucket_model(ub8 de, ub8 rc, ub4 ie, ub4 pe, ub4 cb, ub4 hint, ub4 i
 }
 
 void expect_region(const vorn_kv_region &got, const RegionModel &want, int region) {
-    SCOPED_TRACE(region);
-    EXPECT_EQ(got.page_count, want.page_count);
-    EXPECT_EQ(got.segment_bits, want.segment_bits);
-    EXPECT_EQ(got.page_bits, want.page_bits);
-    EXPECT_EQ(got.group_bits, want.group_bits);
-    EXPECT_EQ(got.unit_bits, want.unit_bits);
-    EXPECT_EQ(got.entries, want.entries);
-    EXPECT_EQ(got.active, want.active);
+    // In the order page_count, segment_bits, page_bits, group_bits, unit_bits, entries, active.
+    using Fields = std::tuple<ub8, ub4, ub4, ub4, ub4, ub4, ub4>;
+    EXPECT_EQ(Fields(got.page_count, got.segment_bits, got.page_bits, got.group_bits, got.unit_bits, got.entries,
+                     got.active),
+              Fields(want.page_count, want.segment_bits, want.page_bits, want.group_bits, want.unit_bits, want.entries,
+                     want.active))
+        << "region " << region;
 }
 
 ub8 layout_via_slot(vorn_kv &kv, ub8 de, ub8 rc, ub4 hint, ub4 idx_min, ub4 fill_min, ub4 pct, ub4 force) {

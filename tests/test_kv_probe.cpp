@@ -22,11 +22,14 @@
 #include "frame/base.h"
 #include "kv/kv_probe_entries.h"
 #include "support/kv_model.h"
+#include "support/fold_kv2.h"
 #include "support/kv_table.h"
 #include "support/test_host.h"
 
 namespace {
 
+using vorntest::autorid_vec;
+using vorntest::column_vec;
 using vorntest::KvTable;
 
 // Hash of a key: a fixed function of its bytes, with the bucket bits
@@ -64,7 +67,6 @@ struct Vecs {
     std::vector<ub8> hashes64;
     std::vector<ub4> hashes32;
     std::vector<ub1> keys;
-    std::vector<ub8> payload;
 };
 
 void fill_vecs(Vecs &v, const Joined &j, const std::vector<ub8> &keys, ub8 spread) {
@@ -75,16 +77,18 @@ void fill_vecs(Vecs &v, const Joined &j, const std::vector<ub8> &keys, ub8 sprea
         if (j.hash32) v.hashes32.push_back(static_cast<ub4>(key_hash(k, spread, true)));
         else v.hashes64.push_back(key_hash(k, spread, false));
     }
+    column_vec(v.hash_vec, v.hash_enc, j.hash32 ? static_cast<void *>(v.hashes32.data()) : v.hashes64.data(),
+               keys.size(), VORN_ALIGNED);
     v.hash_enc.width_code = j.hash32 ? 21 : 22;
-    v.hash_enc.flags = VORN_ALIGNED;
-    v.hash_vec.data = j.hash32 ? static_cast<void *>(v.hashes32.data()) : static_cast<void *>(v.hashes64.data());
-    v.hash_vec.size = static_cast<ub4>(keys.size());
-    v.hash_vec.enc_ctx = &v.hash_enc;
-    v.key_enc.flags = j.form == VORN_KV_FORM_CODES ? VORN_KEY32 : VORN_FIXED;
-    v.key_enc.bit_width = j.key_bytes * 8;
-    v.key_vec.data = v.keys.data();
-    v.key_vec.size = static_cast<ub4>(keys.size());
-    v.key_vec.enc_ctx = &v.key_enc;
+    column_vec(v.key_vec, v.key_enc, v.keys.data(), keys.size(),
+               j.form == VORN_KV_FORM_CODES ? VORN_KEY32 : VORN_FIXED, j.key_bytes * 8);
+}
+
+// One entry call on v's hashes and keys (none if !with_keys), rows numbered.
+ub8 probe_call(vorn_vec &ro, vorn_vec &vo, Vecs &v, const Joined &j, ub4 mode, vorn_kernel_ctx &ctx, ub8 *stats,
+               bool with_keys = true) {
+    return vorntest::ctx().vorn_probe_kv_dydi(&ro, &vo, &v.hash_vec, nullptr, with_keys ? &v.key_vec : nullptr,
+                                              &j.table->kv, mode, &ctx, stats);
 }
 
 std::unique_ptr<Joined> build_table(std::mt19937_64 &rng, ub4 kind, bool ptr, bool prefetch, bool hash32, ub8 rows,
@@ -103,10 +107,7 @@ std::unique_ptr<Joined> build_table(std::mt19937_64 &rng, ub4 kind, bool ptr, bo
     for (ub8 i = 0; i < rows; ++i) j->build_keys.push_back(rng() % domain);
     Vecs v;
     fill_vecs(v, *j, j->build_keys, spread);
-    v.val_enc.flags = VORN_AUTORID;
-    v.val_vec.enc_ctx = &v.val_enc;
-    v.val_vec.base_rid = 1000;
-    v.val_vec.size = static_cast<ub4>(rows);
+    autorid_vec(v.val_vec, v.val_enc, 1000, rows);
     for (ub8 i = 0; i < rows; ++i) j->build_values.push_back(1000 + i);
     vorn_kernel_ctx ctx{};
     ub8 status[2] = {};
@@ -133,14 +134,8 @@ Result run_mode(const Joined &j, Vecs &v, const std::vector<ub8> *ids, ub4 mode,
     std::vector<ub8> values_out(cap + 1);
     vorn_enc_ctx rows_enc{};
     vorn_vec rows{};
-    if (ids != nullptr) {
-        rows.data = const_cast<ub8 *>(ids->data());
-        rows.size = static_cast<ub4>(ids->size());
-    } else {
-        rows_enc.flags = VORN_AUTORID;
-        rows.enc_ctx = &rows_enc;
-        rows.base_rid = 500;
-    }
+    if (ids != nullptr) rows.data = const_cast<ub8 *>(ids->data()), rows.size = static_cast<ub4>(ids->size());
+    else autorid_vec(rows, rows_enc, 500);
     vorn_kernel_ctx ctx{};
     for (int guard = 0; guard < 100000; ++guard) {
         // Output slots past the rows a call reports must keep what they held.
@@ -285,24 +280,17 @@ TEST_P(ProbeModes, EveryModeMatchesTheJoinModel) {
                 r = run_mode(*j, v, &ids, 11, cap, bv11.data(), 1000, stats);
                 EXPECT_EQ(r.pairs, want);
                 EXPECT_EQ(bv11, want_bv);
-                ub8 code = 0;
-                run_mode(*j, v, nullptr, 4, cap, nullptr, 0, stats, &code);
-                EXPECT_EQ(code, 14u);
             } else {
-                r = run_mode(*j, v, nullptr, 4, cap, nullptr, 0, stats);
-                EXPECT_EQ(r.count, rows_matched);
-                r = run_mode(*j, v, nullptr, 6, cap, nullptr, 0, stats);
-                EXPECT_EQ(r.count, total + rows_without);
-                ub8 code = 0;
-                run_mode(*j, v, nullptr, 3, cap, nullptr, 0, stats, &code);
-                EXPECT_EQ(code, 14u);
+                EXPECT_EQ(run_mode(*j, v, nullptr, 4, cap, nullptr, 0, stats).count, rows_matched);
+                EXPECT_EQ(run_mode(*j, v, nullptr, 6, cap, nullptr, 0, stats).count, total + rows_without);
             }
         }
-        ub8 code = 0, stats[2] = {};
-        run_mode(*j, v, nullptr, 2, 64, nullptr, 0, stats, &code);
-        EXPECT_EQ(code, 14u);
-        run_mode(*j, v, nullptr, 12, 64, nullptr, 0, stats, &code);
-        EXPECT_EQ(code, 14u);
+        // Modes the kind has no member for: 14.
+        for (ub4 mode : {value_kind ? 4u : 3u, 2u, 12u}) {
+            ub8 code = 0, stats[2] = {};
+            run_mode(*j, v, nullptr, mode, 64, nullptr, 0, stats, &code);
+            EXPECT_EQ(code, 14u) << mode;
+        }
     }
 }
 
@@ -395,17 +383,10 @@ TEST(Probe, StagedKeysOfAddressAndLength) {
                     c.addrs.push_back(reinterpret_cast<ub8>(k.data()));
                     c.lens.push_back(static_cast<ub2>(k.size()));
                 }
+                column_vec(c.hv, c.he, c.hashes.data(), keys.size(), 0);
                 c.he.width_code = 22;
-                c.hv.data = c.hashes.data();
-                c.hv.enc_ctx = &c.he;
-                c.hv.size = static_cast<ub4>(keys.size());
-                c.ke.flags = VORN_PTR_LEN;
-                c.kv.data = c.addrs.data();
-                c.kv.data2 = c.lens.data();
-                c.kv.enc_ctx = &c.ke;
-                c.kv.size = static_cast<ub4>(keys.size());
-                c.ve.flags = VORN_AUTORID;
-                c.vv.enc_ctx = &c.ve;
+                column_vec(c.kv, c.ke, c.addrs.data(), keys.size(), VORN_PTR_LEN).data2 = c.lens.data();
+                autorid_vec(c.vv, c.ve, 0);
             };
             Column bc, pc;
             column(bc, build);
@@ -426,10 +407,8 @@ TEST(Probe, StagedKeysOfAddressAndLength) {
             vorn_kernel_ctx pctx{};
             ub8 stats[2] = {}, code = 15;
             for (int guard = 0; code == 15 && guard < 1000000; ++guard) {
-                vorn_vec ro{}, vo{};
-                ro.data = rows_out.data();
-                ro.size = 64;
-                vo.data = values_out.data();
+                vorntest::ProbeOutputs out(rows_out.data(), values_out.data(), 64, nullptr, 0);
+                vorn_vec &ro = out.rows, &vo = out.values;
                 code = vorntest::ctx().vorn_probe_kv_dydi(&ro, &vo, &pc.hv, nullptr, &pc.kv, &t.kv, 0, &pctx, stats);
                 for (ub4 i = 0; i < ro.size; ++i)
                     got.insert({rows_out[i], s.value_bytes ? reinterpret_cast<const ub4 *>(values_out.data())[i] : 0});
@@ -452,20 +431,15 @@ TEST(Probe, CapacityBelowEntriesNeverMoves) {
     vorn_kernel_ctx ctx{};
     ub8 stats[2] = {};
     for (int i = 0; i < 3; ++i) {
-        ro.data = out.data();
+        ro.data = vo.data = out.data();
         ro.size = j->entries - 1;
-        vo.data = out.data();
-        EXPECT_EQ(vorntest::ctx().vorn_probe_kv_dydi(&ro, &vo, &v.hash_vec, nullptr, &v.key_vec, &j->table->kv, 0,
-                                                     &ctx, stats),
-                  15u);
+        EXPECT_EQ(probe_call(ro, vo, v, *j, 0, ctx, stats), 15u);
         EXPECT_EQ(ctx.row_pos, 0u);
         EXPECT_EQ(ro.size, 0u);
     }
     ctx.row_pos = 3;
     ro.size = 8;
-    EXPECT_EQ(vorntest::ctx().vorn_probe_kv_dydi(&ro, &vo, &v.hash_vec, nullptr, &v.key_vec, &j->table->kv, 0, &ctx,
-                                                 stats),
-              0u);
+    EXPECT_EQ(probe_call(ro, vo, v, *j, 0, ctx, stats), 0u);
     EXPECT_EQ(ro.size, 0u);
 }
 
@@ -577,17 +551,11 @@ TEST(Probe, NamedProbesServeTheEntry) {
         for (ub4 mode : {0u, 1u}) {
             std::vector<ub8> a(4096), b(4096), av(4096), bv(4096);
             vorn_vec ra{}, va{}, rb{}, vb{};
-            ra.data = a.data();
-            ra.size = 4096;
-            va.data = av.data();
-            rb.data = b.data();
-            rb.size = 4096;
-            vb.data = bv.data();
+            ra.data = a.data(), ra.size = 4096, va.data = av.data();
+            rb.data = b.data(), rb.size = 4096, vb.data = bv.data();
             vorn_kernel_ctx ca{}, cb{};
             ub8 sa[2] = {}, sb[2] = {};
-            EXPECT_EQ(vorntest::ctx().vorn_probe_kv_dydi(&ra, &va, &v.hash_vec, nullptr, &v.key_vec, &j->table->kv, mode,
-                                                         &ca, sa),
-                      0u);
+            EXPECT_EQ(probe_call(ra, va, v, *j, mode, ca, sa), 0u);
             EXPECT_EQ(c.fn(&rb, &vb, &v.hash_vec, nullptr, &v.key_vec, &j->table->kv, mode, &cb, sb), 0u);
             EXPECT_EQ(ra.size, rb.size);
             EXPECT_EQ(a, b);
@@ -605,8 +573,8 @@ TEST(Probe, NamedProbesServeTheEntry) {
     vorn_vec ro{}, vo{};
     vorn_kernel_ctx ctx{};
     ub8 stats[2] = {};
-    EXPECT_EQ(vorntest::ctx().vorn_probe_kv_dydi(&ro, &vo, &v.hash_vec, nullptr, nullptr, &j->table->kv, 12, &ctx, stats), 2u);
-    EXPECT_EQ(vorntest::ctx().vorn_probe_kv_dydi(&ro, &vo, &v.hash_vec, nullptr, &v.key_vec, &j->table->kv, 12, &ctx, stats), 14u);
+    EXPECT_EQ(probe_call(ro, vo, v, *j, 12, ctx, stats, false), 2u);
+    EXPECT_EQ(probe_call(ro, vo, v, *j, 12, ctx, stats), 14u);
 }
 
 }  // namespace

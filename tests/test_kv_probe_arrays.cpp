@@ -13,12 +13,15 @@
 
 #include "frame/base.h"
 #include "kv/kv_probe_entries.h"
+#include "support/fold_kv2.h"
 #include "support/kv_model.h"
 #include "support/kv_table.h"
 #include "support/test_host.h"
 
 namespace {
 
+using vorntest::autorid_vec;
+using vorntest::column_vec;
 using vorntest::KvTable;
 using Pairs = std::multiset<std::pair<ub8, ub8>>;
 
@@ -54,19 +57,11 @@ std::unique_ptr<Built> build(std::mt19937_64 &rng, Kind kind, bool autorid, bool
     for (ub8 &p : payload) p = rng() % 50000;
     std::vector<ub4> payload4(payload.begin(), payload.end());  // arid4 reads ub4 values
     vorn_enc_ctx ke{}, ve{};
-    ke.flags = VORN_KEY32;
-    ke.bit_width = 32;
     vorn_vec kv{}, vv{};
-    kv.data = keys.data();
-    kv.size = static_cast<ub4>(n);
-    kv.enc_ctx = &ke;
-    if (autorid) {
-        ve.flags = VORN_AUTORID;
-        vv.base_rid = 7000;
-    }
-    vv.enc_ctx = &ve;
-    vv.data = kind == kArid4 ? static_cast<void *>(payload4.data()) : static_cast<void *>(payload.data());
-    vv.size = static_cast<ub4>(n);
+    column_vec(kv, ke, keys.data(), n, VORN_KEY32, 32);
+    column_vec(vv, ve, kind == kArid4 ? static_cast<void *>(payload4.data()) : payload.data(), n,
+               autorid ? VORN_AUTORID : 0);
+    vv.base_rid = autorid ? 7000 : 0;
     vorn_kernel_ctx ctx{};
     ub8 status[2] = {}, code;
     while ((code = vorntest::ctx().vorn_create_add_kv_dydi(&b->table->kv, nullptr, kind == kAcnt ? nullptr : &vv,
@@ -96,22 +91,11 @@ void fill_probe(Probe &p, std::mt19937_64 &rng, ub8 n, bool payload) {
         k = r < 2 ? static_cast<ub4>(rng() % 3) : r < 9 ? static_cast<ub4>(rng() % 900)
                                                          : static_cast<ub4>(131072 + rng() % 500000);  // unmapped
     }
-    p.ke.flags = VORN_KEY32;
-    p.ke.bit_width = 32;
-    p.kv.data = p.keys.data();
-    p.kv.size = static_cast<ub4>(n);
-    p.kv.enc_ctx = &p.ke;
+    column_vec(p.kv, p.ke, p.keys.data(), n, VORN_KEY32, 32);
     p.ids.resize(n);
-    for (ub8 &x : p.ids) x = rng() % 1000000;
-    if (payload) {
-        p.rows.data = p.ids.data();
-        p.rows.size = static_cast<ub4>(n);
-    } else {
-        p.re.flags = VORN_AUTORID;
-        p.rows.enc_ctx = &p.re;
-        p.rows.base_rid = 300;
-        for (ub8 i = 0; i < n; ++i) p.ids[i] = 300 + i;
-    }
+    for (ub8 i = 0; i < n; ++i) p.ids[i] = payload ? rng() % 1000000 : 300 + i;
+    if (payload) p.rows.data = p.ids.data(), p.rows.size = static_cast<ub4>(n);
+    else autorid_vec(p.rows, p.re, 300);
 }
 
 struct Outcome {
@@ -202,9 +186,8 @@ TEST(ProbeArrays, RidListsMatchTheModel) {
                 EXPECT_EQ(o.values, values);
                 // Mode 7 clears the bits of the rows with a match.
                 std::vector<ub8> rows_bv(p.keys.size() / 64 + 1, ~ub8{0});
-                const ub4 bv_base = autorid ? 300 : 0;
                 if (autorid) {
-                    o = run(*b, p, nullptr, 7, cap, rows_bv.data(), bv_base, stats);
+                    o = run(*b, p, nullptr, 7, cap, rows_bv.data(), 300, stats);
                     EXPECT_EQ(o.pairs, want);
                     for (size_t r = 0; r < p.keys.size(); ++r)
                         EXPECT_EQ((rows_bv[r / 64] >> (r % 64)) & 1, matched[r] ? 0u : 1u) << r;
@@ -245,11 +228,8 @@ TEST(ProbeArrays, KeyRecordsCarryTheIdentity) {
                 for (ub8 rid : *l) want.insert({id, rid});
         }
         vorn_enc_ctx he{};
-        he.flags = 0x03u << 24;
         vorn_vec hv{};
-        hv.data = records.data();
-        hv.size = static_cast<ub4>(p.keys.size());
-        hv.enc_ctx = &he;
+        column_vec(hv, he, records.data(), p.keys.size(), 0x03u << 24);
         p.kv.enc_ctx = nullptr;  // the records alone
         ub8 stats[2] = {};
         const Outcome o = run(*b, p, &hv, 0, 9, nullptr, 0, stats);
@@ -289,14 +269,10 @@ TEST(ProbeArrays, CountsMatchTheModel) {
             EXPECT_EQ(run(*b, p, nullptr, 1, cap, nullptr, 0, stats).count, total);
             EXPECT_EQ(run(*b, p, nullptr, 2, cap, nullptr, 0, stats).pairs, occurrences);
             EXPECT_EQ(run(*b, p, nullptr, 6, cap, nullptr, 0, stats).count, total + without);
-            std::vector<ub4> bv_rows(p.keys.size());
             std::vector<ub8> bv(p.keys.size() / 64 + 1, ~ub8{0});
             // Bits by identity: give the rows their numbers as identities.
             Probe q = p;
-            q.rows.data = nullptr;
-            q.re.flags = VORN_AUTORID;
-            q.rows.enc_ctx = &q.re;
-            q.rows.base_rid = 0;
+            autorid_vec(q.rows, q.re, 0, p.keys.size());
             q.kv.data = q.keys.data();
             q.kv.enc_ctx = &q.ke;
             run(*b, q, nullptr, 7, cap, bv.data(), 0, stats);
@@ -320,7 +296,6 @@ TEST(ProbeArrays, RefusedShapes) {
     EXPECT_EQ(run(*b, p, nullptr, 4, 64, nullptr, 0, stats).code, 14u) << "the mode is judged first";
     // An array form with a kind it does not have.
     KvTable wrong(VORN_KV_FLAGS(VORN_KV_K4V4, 5), 100, 100);
-    Built w{kAcnt, nullptr, {}};
     p.ke.flags = VORN_KEY32;
     vorn_vec ro{}, vo{};
     vorn_kernel_ctx ctx{};

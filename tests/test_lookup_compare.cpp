@@ -10,16 +10,10 @@ namespace {
 
 using namespace vorntest;
 
+// Operations 0..5: ==, <, >, <=, >=, !=; any other matches nothing.
 bool model_holds(unsigned op, ub4 x, ub4 y) {
-    switch (op) {
-        case 0: return x == y;
-        case 1: return x < y;
-        case 2: return x > y;
-        case 3: return x <= y;
-        case 4: return x >= y;
-        case 5: return x != y;
-    }
-    return false;
+    const bool holds[] = {x == y, x < y, x > y, x <= y, x >= y, x != y};
+    return op < 6 && holds[op];
 }
 
 // Every operation, each table given, absent, or a null in its cell (no

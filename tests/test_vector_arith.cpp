@@ -9,6 +9,7 @@
 
 #include "support/test_host.h"
 #include "support/distance_model.h"
+#include "support/fold_c.h"
 #include "vector/vector_entries.h"
 
 namespace {
@@ -91,23 +92,6 @@ vorn_vector_arith_fn kernel_for(unsigned op, unsigned A, unsigned B, unsigned R,
     return vorn_vector_arith_dispatch(19 + op, type_of(A), c_ind(A), 0, type_of(B), c_ind(B), 0, type_of(R),
                                       c_ind(R), 0, scalar, wnorm);
 }
-
-// A random selection of `n` rows in the three forms the walk takes: a bit
-// vector (sel 0), a row list (sel 1) or every row (sel 2), with a random
-// starting cursor.  The vectors live here, so `k` points into this record.
-struct RowSelection {
-    std::vector<ub8> bits;
-    std::vector<ub4> list;
-    RowSelection(std::mt19937_64 &rng, ub4 n, double density) : bits(random_bits(rng, n, density)) {
-        for (ub4 r = 0; r < n; ++r)
-            if (rng() % 3 == 0) list.push_back(r);
-    }
-    void apply(std::mt19937_64 &rng, vorn_kernel_ctx &k, unsigned sel, ub4 n) {
-        if (sel == 0) k.bv_aux = bits.data();
-        if (sel == 1) { k.ones_vec = list.data(); k.ones_vec_size = static_cast<ub4>(list.size()); }
-        k.row_pos = static_cast<ub4>(sel == 1 ? rng() % (list.size() + 1) : rng() % n);
-    }
-};
 
 TEST(VectorArith, DispatchKeysAndRefusals) {
     EXPECT_EQ(vorn_vector_arith_key(19, 1, 0, 0, 1, 0, 0, 1, 0, 0, 0, 0), 3567184u);
@@ -275,9 +259,8 @@ TEST(VectorArith, EntryWalksPairedSingleAndScalar) {
                 VecColumn res(R, dim, cap);
                 std::vector<double> norms(cap, -1.0);
                 double *norm_ptr = norms.data();
-                vorn_kernel_ctx k = host().kctx();
-                RowSelection chosen(rng, n, 0.3);
-                chosen.apply(rng, k, sel, n);
+                RowSelection chosen(rng, sel, n, 0.3, 3, n, host().kctx());
+                vorn_kernel_ctx &k = chosen.k;
                 const vorn_kernel_ctx before = k;
                 const auto rows = walked_rows(k, n, cap);
                 const ub8 code = ctx().vorn_vector_arith_dydi(&res.vec, &norm_ptr, &left.vec, &right.vec, 19, &k,
@@ -478,9 +461,8 @@ TEST(VectorArith, FlexibleRowsAgainstTheModel) {
                 FlexResult res(R, cap, buffer, with_lengths);
                 std::vector<double> norms(cap, -1.0);
                 double *norm_ptr = norms.data();
-                vorn_kernel_ctx k = host().kctx();
-                RowSelection chosen(rng, n, 0.4);
-                chosen.apply(rng, k, sel, n);
+                RowSelection chosen(rng, sel, n, 0.4, 3, n, host().kctx());
+                vorn_kernel_ctx &k = chosen.k;
                 auto &bits = chosen.bits;
                 const vorn_kernel_ctx before = k;
                 const auto bits_before = bits;

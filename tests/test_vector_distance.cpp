@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "support/distance_model.h"
+#include "support/fold_c.h"
 #include "support/test_host.h"
 #include "support/vector_model.h"
 #include "vector/dbv_names.h"
@@ -28,6 +29,7 @@ using vorntest::vec::order_decode_model;
 using vorntest::vec::model_f16;
 
 using vorntest::ctx;
+using vorntest::vec::DoubleResult;
 
 // ---- Operands by name ----------------------------------------------------------
 
@@ -41,14 +43,8 @@ struct Op {
 
 Op parse_operand(std::string s) {
     Op o{F32, false, false};
-    if (s[0] == 'S') {
-        o.sparse = true;
-        s = s.substr(1);
-    }
-    if (s[0] == 'C') {
-        o.c = true;
-        s = s.substr(1);
-    }
+    if ((o.sparse = s[0] == 'S')) s = s.substr(1);
+    if ((o.c = s[0] == 'C')) s = s.substr(1);
     static const std::map<std::string, Base> bases = {{"float", F32},    {"double", F64},
                                                       {"int8", I8},      {"float16", F16},
                                                       {"bfloat16", BF16}, {"bitmsb0", BITS}};
@@ -122,24 +118,11 @@ void model_step(const std::string &m, ModelSums &acc, int present, W a, W b, W t
         const W d = b - a;  // a lone element meets 0 on the other side
         const W sq = present == 3 ? d * d : (present == 1 ? a * a : b * b);
         acc.s += double(sq);
-    } else if (m == "cosine") {
-        if (present == 3) {
-            const W ab = a * b;
-            acc.s += double(ab);
-        }
-        if (present & 1) {
-            const W aa = a * a;
-            acc.aa += double(aa);
-        }
-        if (present & 2) {
-            const W bb = b * b;
-            acc.bb += double(bb);
-        }
-    } else if (m == "dotprod") {
-        if (present == 3) {
-            const W ab = a * b;
-            acc.s += double(ab);
-        }
+    } else if (m == "cosine" || m == "dotprod") {
+        // Each product rounds in W before it widens into the double sum.
+        if (present == 3) acc.s += double(W(a * b));
+        if (m == "cosine" && (present & 1)) acc.aa += double(W(a * a));
+        if (m == "cosine" && (present & 2)) acc.bb += double(W(b * b));
     } else if (m == "manhattan") {
         W d = present == 3 ? b - a : (present == 1 ? a : b);
         if (d < 0) d = -d;
@@ -445,12 +428,9 @@ TEST(VectorDistance, CountRootsAreTheCorrectlyRoundedRoots) {
 TEST(VectorDistance, BitKernelsAroundTheShortPathAndTheRootTable) {
     std::mt19937_64 rng(128);
     const Op bits{BITS, false, false};
-    const KernelName names[] = {split_name("vorn_dbv_euclid_bitmsb0_bitmsb0"),
-                                split_name("vorn_dbv_cosine_bitmsb0_bitmsb0"),
-                                split_name("vorn_dbv_dotprod_bitmsb0_bitmsb0"),
-                                split_name("vorn_dbv_manhattan_bitmsb0_bitmsb0"),
-                                split_name("vorn_dbv_hamming_bitmsb0_bitmsb0"),
-                                split_name("vorn_dbv_jaccard_bitmsb0_bitmsb0")};
+    std::vector<KernelName> names;
+    for (const char *m : {"euclid", "cosine", "dotprod", "manhattan", "hamming", "jaccard"})
+        names.push_back(split_name(std::string("vorn_dbv_") + m + "_bitmsb0_bitmsb0"));
     for (uint32_t dims : {112u, 119u, 120u, 121u, 122u, 126u, 127u, 128u, 129u, 136u, 256u, 1016u, 1024u, 1025u,
                           1032u, 1100u, 2048u}) {
         for (int rep = 0; rep < 6; ++rep) {
@@ -475,40 +455,47 @@ TEST(VectorDistance, BitKernelsAroundTheShortPathAndTheRootTable) {
     }
 }
 
+// Named cases: the kernel, its operands, the code, and the expected bits
+// of the result (kNaN: any NaN).
 TEST(VectorDistance, EdgeCases) {
-    double out;
-    const float one[2] = {1.0f, 1.0000001f}, other[2] = {1.0000001f, 1.0f};
-    by_name("vorn_dbv_hamming_float_float")(2, one, other, 8, &out);
-    EXPECT_EQ(out, 0.0);
-    const float nan[1] = {NAN}, zero[1] = {0.0f};
-    by_name("vorn_dbv_hamming_float_float")(1, nan, zero, 8, &out);
-    EXPECT_EQ(out, 0.0) << "a NaN difference does not count";
-    by_name("vorn_dbv_cosine_float_float")(0, zero, zero, 3, &out);
-    EXPECT_TRUE(std::isnan(out));
-    by_name("vorn_dbv_cosine_float_float")(1, zero, zero, 4, &out);
-    EXPECT_TRUE(std::isnan(out));
-    by_name("vorn_dbv_dotprod_float_float")(1, zero, zero, 6, &out);
-    EXPECT_EQ(std::bit_cast<uint64_t>(out), 0x8000000000000000ull) << "-0.0";
+    const float one[2] = {1.0f, 1.0000001f}, other[2] = {1.0000001f, 1.0f}, nan[1] = {NAN}, zero[2] = {};
     const float a[2] = {0, 0}, b[2] = {3, 4};
-    by_name("vorn_dbv_euclid_float_float")(2, a, b, 1, &out);
-    EXPECT_EQ(out, 5.0);
-    by_name("vorn_dbv_euclid_float_float")(2, a, b, 2, &out);
-    EXPECT_EQ(out, 25.0);
-    for (const char *m : {"euclid", "dotprod", "manhattan", "hamming"}) {
-        by_name(std::string("vorn_dbv_") + m + "_float_float")(0, a, b, 1, &out);
-        EXPECT_EQ(out, 0.0) << m;
-    }
-    // Bits: dotprod code 6 negates as an integer, so no -0.0.
     const uint8_t z[8] = {};
-    by_name("vorn_dbv_dotprod_bitmsb0_bitmsb0")(64, z, z, 6, &out);
-    EXPECT_EQ(std::bit_cast<uint64_t>(out), 0u);
-    by_name("vorn_dbv_jaccard_bitmsb0_bitmsb0")(64, z, z, 9, &out);
-    EXPECT_TRUE(std::isnan(out));
-    // Tolerance of double_float is float epsilon widened.
     const double d1[1] = {1.0};
-    const float f1[1] = {float(1.0 + 1.1920928955078125e-7)};
-    by_name("vorn_dbv_hamming_double_float")(1, d1, f1, 8, &out);
-    EXPECT_EQ(out, 0.0);
+    const float f1[1] = {float(1.0 + 1.1920928955078125e-7)};  // double_float: float epsilon widened
+    // signed: the sign of a zero result matters too.
+    const struct {
+        const char *name;
+        uint32_t dims;
+        const void *l, *r;
+        uint32_t code;
+        double want;
+        bool is_signed;
+        const char *why;
+    } cases[] = {
+        {"hamming_float_float", 2, one, other, 8, 0.0, false, "within the tolerance"},
+        {"hamming_float_float", 1, nan, zero, 8, 0.0, false, "a NaN difference does not count"},
+        {"cosine_float_float", 0, zero, zero, 3, NAN, false, "0 / 0"},
+        {"cosine_float_float", 1, zero, zero, 4, NAN, false, "1 - 0 / 0"},
+        {"dotprod_float_float", 1, zero, zero, 6, -0.0, true, "-0.0"},
+        {"euclid_float_float", 2, a, b, 1, 5.0, false, "root"},
+        {"euclid_float_float", 2, a, b, 2, 25.0, false, "square"},
+        {"euclid_float_float", 0, a, b, 1, 0.0, false, "empty"},
+        {"dotprod_float_float", 0, a, b, 1, 0.0, false, "empty"},
+        {"manhattan_float_float", 0, a, b, 1, 0.0, false, "empty"},
+        {"hamming_float_float", 0, a, b, 1, 0.0, false, "empty"},
+        {"dotprod_bitmsb0_bitmsb0", 64, z, z, 6, 0.0, true, "negated as an integer: no -0.0"},
+        {"jaccard_bitmsb0_bitmsb0", 64, z, z, 9, NAN, false, "0 / 0"},
+        {"hamming_double_float", 1, d1, f1, 8, 0.0, false, "within the float tolerance"},
+    };
+    for (const auto &c : cases) {
+        double out = 12345.0;
+        by_name(std::string("vorn_dbv_") + c.name)(c.dims, c.l, c.r, c.code, &out);
+        SCOPED_TRACE(testing::Message() << c.name << " code " << c.code << ": " << c.why);
+        if (std::isnan(c.want)) EXPECT_TRUE(std::isnan(out)) << out;
+        else if (c.is_signed) EXPECT_EQ(std::bit_cast<uint64_t>(out), std::bit_cast<uint64_t>(c.want)) << out;
+        else EXPECT_EQ(out, c.want);
+    }
 }
 
 // ---- The pick -------------------------------------------------------------------------
@@ -571,18 +558,6 @@ TEST(VectorPick, EveryKeyInRange) {
     EXPECT_EQ(names[pick(3, 7, 1, 0, 5, 0, 0)], "vorn_dbv_cosine_Cfloat16_int8");
 }
 
-// A result vector of native doubles over `out`, with room for `size` rows.
-struct DoubleResult {
-    vorn_enc_ctx enc{};
-    vorn_vec vec{};
-    DoubleResult(std::vector<double> &out, ub4 size) {
-        enc.flags = VORN_NATIVE_FP;
-        vec.enc_ctx = &enc;
-        vec.data = out.data();
-        vec.size = size;
-    }
-};
-
 // The single-query distance driver over every row from the cursor, cut by
 // the result capacity: the walk takes the rows eight at a time straight
 // from the column, so capacities and run lengths around a group and around
@@ -608,10 +583,8 @@ TEST(VectorDistance, SingleQueryRunsCutByTheCapacity) {
             ASSERT_EQ(ctx().vorn_vector_distance_dydi(&res.vec, &right.vec, &left.vec, metric, 0, &k, nullptr), 0u);
             for (std::size_t i = 0; i < rows.size(); ++i) {
                 const ub4 r = rows[i];
-                const double want = elem == tv::UnifColumn::kBits
-                                        ? tv::hamming_bits_model(left.rows[0], right.rows[r], dim)
-                                        : tv::euclid_model(elem, elem, left.rows[0], right.rows[r], dim, metric);
-                ASSERT_TRUE(tv::same_bits(out[i], want)) << "row " << r;
+                ASSERT_TRUE(tv::same_bits(out[i], tv::model_for(elem, elem, left.rows[0], right.rows[r], dim, metric)))
+                    << "row " << r;
             }
             ASSERT_EQ(out[rows.size()], -7.0);
             EXPECT_EQ(k.row_pos, tv::cursor_after(before, rows));

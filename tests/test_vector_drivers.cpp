@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "support/distance_model.h"
+#include "support/fold_c.h"
 #include "support/test_host.h"
 
 namespace {
@@ -15,43 +16,12 @@ using namespace vorntest::vec;
 
 constexpr double kUnset = -12345.0;
 
-// A selection of one of the three kinds over `n` rows, with a random cursor.
-struct Selection {
-    std::vector<ub8> bits;
-    std::vector<ub4> list;
-    vorn_kernel_ctx k{};
-    Selection(std::mt19937_64 &rng, unsigned kind, ub4 n) {
-        bits = random_bits(rng, n, rng() % 2 ? 0.5 : 0.05);
-        for (ub4 r = 0; r < n; ++r)
-            if (rng() % 3 == 0) list.push_back(r);
-        if (kind == 0) k.bv_aux = bits.data();
-        if (kind == 1) {
-            k.ones_vec = list.data();
-            k.ones_vec_size = static_cast<ub4>(list.size());
-        }
-        k.row_pos = static_cast<ub4>(kind == 1 ? rng() % (list.size() + 1) : rng() % (n / 2 + 1));
-    }
-};
-
-double model_for(unsigned elem, unsigned L, const std::vector<ub1> &a, const std::vector<ub1> &b, unsigned dim,
-                 unsigned metric) {
-    if (elem == UnifColumn::kBits) return hamming_bits_model(a, b, dim);
-    return euclid_model(L, elem, a, b, dim, metric);
+// A selection of one of the three kinds over `n` rows, its cursor in the
+// first half.
+RowSelection selection(std::mt19937_64 &rng, unsigned kind, ub4 n) {
+    const double density = rng() % 2 ? 0.5 : 0.05;
+    return RowSelection(rng, kind, n, density, 3, n / 2 + 1);
 }
-
-// A result column of `cap` doubles (one more behind it), all kUnset, in the
-// native or the C form.
-struct DoubleResult {
-    std::vector<double> out;
-    vorn_enc_ctx enc{};
-    vorn_vec vec{};
-    explicit DoubleResult(std::size_t cap, bool c_form = false) : out(cap + 1, kUnset) {
-        enc.flags = c_form ? 0 : VORN_NATIVE_FP;
-        vec.enc_ctx = &enc;
-        vec.data = out.data();
-        vec.size = static_cast<ub4>(cap);
-    }
-};
 
 // Reads result k in the result's form.
 double result_at(const std::vector<double> &out, std::size_t k, bool c_form) {
@@ -72,10 +42,10 @@ TEST(VectorDistance, UniformSingleAndPairedAgainstTheModel) {
                     const ub4 n = 1 + static_cast<ub4>(rng() % 700);
                     const unsigned metric = elem == UnifColumn::kBits ? 8 : 1 + rng() % 2;
                     UnifColumn right(elem, dim, n, rng), left(elem, dim, paired ? n : 1, rng);
-                    Selection sel(rng, kind, n);
+                    RowSelection sel = selection(rng, kind, n);
                     const ub8 cap = 1 + rng() % (n + 20);
                     const bool c_result = rng() % 2;
-                    DoubleResult result(cap, c_result);
+                    DoubleResult result(cap, c_result, kUnset);
                     const auto &out = result.out;
                     vorn_vec &res = result.vec;
                     std::vector<ub1> scratch(8 * dim + 16, 0x77);
@@ -105,7 +75,7 @@ TEST(VectorDistance, CQueryDecodedOnceIntoScratch) {
         const unsigned dim = 37;
         UnifColumn right(elem == kCFloat ? kFloat : kDouble, dim, 50, rng), left(elem, dim, 1, rng);
         std::vector<ub1> scratch(8 * dim + 16, 0x77);
-        DoubleResult with(50), without(50);
+        DoubleResult with(50, false, kUnset), without(50, false, kUnset);
         ASSERT_EQ(ctx().vorn_vector_distance_dydi(&with.vec, &right.vec, &left.vec, 2, 0, nullptr, scratch.data()), 0u);
         ASSERT_EQ(ctx().vorn_vector_distance_dydi(&without.vec, &right.vec, &left.vec, 2, 0, nullptr, nullptr), 0u);
         for (unsigned r = 0; r < 50; ++r) {
@@ -153,47 +123,6 @@ TEST(VectorDistance, Shapes) {
     EXPECT_EQ(res.num_ones, 0u);
 }
 
-// A flexible column: each row a stored value; `fault` breaks some rows.
-struct FlexColumn {
-    vorn_enc_ctx enc{};
-    vorn_vec vec{};
-    std::vector<std::vector<ub1>> values, bodies;
-    std::vector<unsigned> forms;
-    std::vector<const void *> ptrs;
-    // faults: some rows broken; dim_faults: some of them by their count,
-    // which only one side of a pair may have (two equal wrong counts would
-    // make a good pair of bodies shorter or longer than they are).
-    FlexColumn(std::mt19937_64 &rng, std::size_t n, unsigned dim, bool faults, bool dim_faults) {
-        enc.flags = VORN_VEC_COLUMN | VORN_VEC_FLEX;
-        for (std::size_t r = 0; r < n; ++r) {
-            const unsigned f = static_cast<unsigned>(rng() % kFormCount);
-            std::vector<ub1> body(std::size_t(dim) * bytes_of(f));
-            for (unsigned i = 0; i < dim; ++i) put(body, f, i, double(int(rng() % 64) - 32) / 4);
-            auto v = stored_value(format_of(f), is_c(f) ? 0x02 : 0x0A, dim, body);
-            if (faults) switch (rng() % 12) {
-                    case 0: v[0] = 0xDC; break;                  // bad magic
-                    case 1: v[1] = 4; break;                     // version above 3
-                    case 2: v[3] = 0x01; break;                  // neither 0x02 nor 0x10
-                    case 3: if (dim_faults) v[8] ^= 1; break;    // other dimensions
-                    case 4: v[4] = 9; break;                     // no type, no kernel
-                    default: break;
-                }
-            values.push_back(v);
-            bodies.push_back(body);
-            forms.push_back(f);
-        }
-        for (auto &v : values) ptrs.push_back(v.data());
-        vec.enc_ctx = &enc;
-        vec.size = static_cast<ub4>(n);
-        vec.data = ptrs.data();
-    }
-    bool good(std::size_t r) const {
-        const auto &v = values[r];
-        return v[0] == 0xDB && v[1] <= 3 && (v[3] & 0x12) && v[4] != 9;
-    }
-    ub4 dims(std::size_t r) const { return ub4(values[r][5]) << 24 | ub4(values[r][6]) << 16 | ub4(values[r][7]) << 8 | values[r][8]; }
-};
-
 TEST(VectorDistance, FlexibleRowsWithFaults) {
     std::mt19937_64 rng(34);
     for (unsigned paired = 0; paired < 2; ++paired)
@@ -202,9 +131,9 @@ TEST(VectorDistance, FlexibleRowsWithFaults) {
                 const unsigned dim = 1 + static_cast<unsigned>(rng() % 30);
                 const ub4 n = 1 + static_cast<ub4>(rng() % 300);
                 FlexColumn right(rng, n, dim, true, true), left(rng, paired ? n : 1, dim, paired, false);
-                Selection sel(rng, kind, n);
+                RowSelection sel = selection(rng, kind, n);
                 const ub8 cap = 1 + rng() % (n + 10);
-                DoubleResult result(cap);
+                DoubleResult result(cap, false, kUnset);
                 const auto &out = result.out;
                 vorn_vec &res = result.vec;
                 const auto bits_before = sel.bits;

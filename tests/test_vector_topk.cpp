@@ -12,6 +12,7 @@
 #include <limits>
 
 #include "support/distance_model.h"
+#include "support/fold_c.h"
 #include "support/test_host.h"
 
 namespace {
@@ -83,27 +84,41 @@ std::vector<Entry> best_k(std::vector<Entry> seen, std::size_t k) {
     return seen;
 }
 
-// A column whose rows have few distinct distances (many ties) and NaNs:
-// one-element float rows against a query of 0, metric 2 (the square).
-struct TieColumn {
+// A column of one-element native float rows.  Against the query {0}, a
+// column of one such row, metric 2 gives each row's square.
+struct FloatColumn {
     vorn_enc_ctx enc{};
     vorn_vec vec{};
     std::vector<float> values;
     std::vector<const void *> ptrs;
-    TieColumn(std::mt19937_64 &rng, std::size_t n, unsigned distinct, unsigned nan_every) {
+    explicit FloatColumn(std::vector<float> v) : values(std::move(v)) {
         enc.flags = VORN_VEC_COLUMN | VORN_NATIVE_FP;
         enc.elem_type = 1;
         enc.vec_dim = 1;
-        values.resize(n);
-        for (auto &v : values)
-            v = nan_every && rng() % nan_every == 0 ? std::numeric_limits<float>::quiet_NaN()
-                                                   : static_cast<float>(rng() % distinct);
-        for (auto &v : values) ptrs.push_back(&v);
+        for (auto &x : values) ptrs.push_back(&x);
         vec.enc_ctx = &enc;
-        vec.size = static_cast<ub4>(n);
+        vec.size = static_cast<ub4>(values.size());
         vec.data = ptrs.data();
     }
 };
+
+// Rows with few distinct distances (many ties) and NaNs.
+std::vector<float> tie_values(std::mt19937_64 &rng, std::size_t n, unsigned distinct, unsigned nan_every) {
+    std::vector<float> values(n);
+    for (auto &v : values)
+        v = nan_every && rng() % nan_every == 0 ? std::numeric_limits<float>::quiet_NaN()
+                                               : static_cast<float>(rng() % distinct);
+    return values;
+}
+
+// The model's distances of the walked rows, each against the query (row r
+// of `left` when paired).
+std::vector<Entry> seen_rows(const std::vector<ub4> &rows, const UnifColumn &left, const UnifColumn &right,
+                             unsigned elem, unsigned dim, unsigned metric, bool paired = false) {
+    std::vector<Entry> seen;
+    for (ub4 r : rows) seen.push_back({r, model_for(elem, elem, left.rows[paired ? r : 0], right.rows[r], dim, metric)});
+    return seen;
+}
 
 struct TopKResult {
     vorn_enc_ctx enc{};
@@ -153,22 +168,13 @@ void check(const TopKResult &res, const std::vector<Entry> &seen, std::size_t k)
 
 TEST(VectorTopK, TiesNaNsAndEveryK) {
     std::mt19937_64 rng(41);
-    float zero = 0.0f;
-    const void *query_ptr = &zero;
-    vorn_enc_ctx qenc{};
-    qenc.flags = VORN_NATIVE_FP | VORN_VEC_COLUMN;
-    qenc.elem_type = 1;
-    qenc.vec_dim = 1;
-    vorn_vec query{};
-    query.enc_ctx = &qenc;
-    query.data = &query_ptr;
-    query.size = 1;
+    FloatColumn query({0.0f});
     for (unsigned trial = 0; trial < 300; ++trial) {
         const std::size_t n = 1 + rng() % 300;
-        TieColumn col(rng, n, 1 + static_cast<unsigned>(rng() % 12), trial % 3 == 0 ? 0 : 1 + rng() % 6);
+        FloatColumn col(tie_values(rng, n, 1 + static_cast<unsigned>(rng() % 12), trial % 3 == 0 ? 0 : 1 + rng() % 6));
         const ub4 k = static_cast<ub4>(trial % 5 == 0 ? 1 : trial % 5 == 1 ? n + 5 : 1 + rng() % n);
         TopKResult res(k, rng() % 2);
-        ASSERT_EQ(ctx().vorn_vector_topk_dydi(&res.vec, &col.vec, &query, 2, 0, nullptr, nullptr), 0u);
+        ASSERT_EQ(ctx().vorn_vector_topk_dydi(&res.vec, &col.vec, &query.vec, 2, 0, nullptr, nullptr), 0u);
         std::vector<Entry> seen;
         for (ub4 r = 0; r < n; ++r) seen.push_back({r, double(col.values[r]) * double(col.values[r])});
         SCOPED_TRACE(testing::Message() << "trial " << trial << " n " << n << " k " << k);
@@ -182,22 +188,9 @@ TEST(VectorTopK, TiesNaNsAndEveryK) {
 TEST(VectorTopK, SmallCasesByHand) {
     const float nan = std::numeric_limits<float>::quiet_NaN();
     auto run = [](std::vector<float> values, ub4 k) {
-        std::vector<const void *> ptrs;
-        for (auto &v : values) ptrs.push_back(&v);
-        vorn_enc_ctx enc{};
-        enc.flags = VORN_VEC_COLUMN | VORN_NATIVE_FP;
-        enc.elem_type = 1;
-        enc.vec_dim = 1;
-        vorn_vec col{}, query{};
-        col.enc_ctx = query.enc_ctx = &enc;
-        col.data = ptrs.data();
-        col.size = static_cast<ub4>(values.size());
-        float zero = 0.0f;
-        const void *qp = &zero;
-        query.data = &qp;
-        query.size = 1;
+        FloatColumn col(std::move(values)), query({0.0f});
         TopKResult res(k, false);
-        EXPECT_EQ(ctx().vorn_vector_topk_dydi(&res.vec, &col, &query, 2, 0, nullptr, nullptr), 0u);
+        EXPECT_EQ(ctx().vorn_vector_topk_dydi(&res.vec, &col.vec, &query.vec, 2, 0, nullptr, nullptr), 0u);
         std::vector<ub4> rows;
         for (ub4 i = 0; i < res.vec.size; ++i) rows.push_back(res.entries[i].row);
         return rows;
@@ -218,30 +211,15 @@ TEST(VectorTopK, SelectionsWalkEveryRowLeft) {
                     const unsigned dim = 1 + static_cast<unsigned>(rng() % 20);
                     const ub4 n = 1 + static_cast<ub4>(rng() % 900);
                     UnifColumn right(elem, dim, n, rng), left(elem, dim, paired ? n : 1, rng);
-                    std::vector<ub8> bits = random_bits(rng, n, 0.4);
-                    std::vector<ub4> list;
-                    for (ub4 r = 0; r < n; ++r)
-                        if (rng() % 2) list.push_back(r);
-                    vorn_kernel_ctx k{};
-                    if (kind == 0) k.bv_aux = bits.data();
-                    if (kind == 1) {
-                        k.ones_vec = list.data();
-                        k.ones_vec_size = static_cast<ub4>(list.size());
-                    }
-                    k.row_pos = static_cast<ub4>(kind == 1 ? rng() % (list.size() + 1) : rng() % n);
+                    RowSelection sel(rng, kind, n, 0.4, 2, n);
+                    vorn_kernel_ctx &k = sel.k;
                     const vorn_kernel_ctx before = k;
                     const auto rows = walked_rows(k, n, ~ub8{0});
                     const ub4 K = static_cast<ub4>(1 + rng() % 12);
                     TopKResult res(K, rng() % 2);
                     const unsigned metric = elem == UnifColumn::kBits ? 8 : 2;
                     ASSERT_EQ(ctx().vorn_vector_topk_dydi(&res.vec, &right.vec, &left.vec, metric, 0, &k, nullptr), 0u);
-                    std::vector<Entry> seen;
-                    for (ub4 r : rows) {
-                        const auto &a = left.rows[paired ? r : 0];
-                        seen.push_back({r, elem == UnifColumn::kBits ? hamming_bits_model(a, right.rows[r], dim)
-                                                                     : euclid_model(elem, elem, a, right.rows[r], dim, 2)});
-                    }
-                    check(res, seen, K);
+                    check(res, seen_rows(rows, left, right, elem, dim, 2, paired), K);
                     EXPECT_EQ(k.row_pos, cursor_after(before, rows));
                 }
 }
@@ -275,11 +253,7 @@ TEST(VectorTopK, OffersBelowTheCutOnlyChangeNothing) {
                 const unsigned metric = elem == UnifColumn::kBits ? 8 : 1 + trial % 2;
                 SCOPED_TRACE(testing::Message() << "elem " << elem << " dim " << dim << " n " << n << " K " << K);
                 ASSERT_EQ(ctx().vorn_vector_topk_dydi(&res.vec, &right.vec, &left.vec, metric, 0, &k, nullptr), 0u);
-                std::vector<Entry> seen;
-                for (ub4 r : rows)
-                    seen.push_back({r, elem == UnifColumn::kBits ? hamming_bits_model(left.rows[0], right.rows[r], dim)
-                                                                 : euclid_model(elem, elem, left.rows[0], right.rows[r], dim, metric)});
-                check(res, seen, K);
+                check(res, seen_rows(rows, left, right, elem, dim, metric), K);
             }
 }
 
@@ -310,11 +284,7 @@ TEST(VectorTopK, RunsFromTheCursorAroundGroupsAndPrefetch) {
                 ASSERT_EQ(ctx().vorn_vector_topk_dydi(&res.vec, &right.vec, &left.vec, metric, 0,
                                                       with_ctx ? &k : nullptr, nullptr),
                           0u);
-                std::vector<Entry> seen;
-                for (ub4 r : rows)
-                    seen.push_back({r, elem == UnifColumn::kBits ? hamming_bits_model(left.rows[0], right.rows[r], dim)
-                                                                 : euclid_model(elem, elem, left.rows[0], right.rows[r], dim, metric)});
-                check(res, seen, K);
+                check(res, seen_rows(rows, left, right, elem, dim, metric), K);
                 if (with_ctx) {
                     EXPECT_EQ(k.row_pos, n);
                 }
@@ -326,40 +296,14 @@ TEST(VectorTopK, FlexibleRowsWithFaultsTakeNoPlace) {
     for (unsigned trial = 0; trial < 20; ++trial) {
         const unsigned dim = 1 + static_cast<unsigned>(rng() % 10);
         const ub4 n = 1 + static_cast<ub4>(rng() % 200);
-        std::vector<std::vector<ub1>> values, bodies;
-        std::vector<bool> good;
-        std::vector<const void *> ptrs;
-        for (ub4 r = 0; r < n; ++r) {
-            std::vector<ub1> body(dim * 4);
-            for (unsigned i = 0; i < dim; ++i) put(body, kCFloat, i, double(rng() % 5));
-            auto v = stored_value(2, 0x02, dim, body);
-            const bool bad = rng() % 5 == 0;
-            if (bad) v[0] = 0x00;
-            values.push_back(v);
-            bodies.push_back(body);
-            good.push_back(!bad);
-        }
-        for (auto &v : values) ptrs.push_back(v.data());
-        vorn_enc_ctx enc{};
-        enc.flags = VORN_VEC_COLUMN | VORN_VEC_FLEX;
-        vorn_vec col{};
-        col.enc_ctx = &enc;
-        col.data = ptrs.data();
-        col.size = n;
-        std::vector<ub1> qbody(dim * 4);
-        for (unsigned i = 0; i < dim; ++i) put(qbody, kCFloat, i, 2.0);
-        auto qv = stored_value(2, 0x02, dim, qbody);
-        const void *qp = qv.data();
-        vorn_vec query{};
-        query.enc_ctx = &enc;
-        query.data = &qp;
-        query.size = 1;
+        FlexColumn col(rng, n, dim, true, true), query(rng, 1, dim, false, false);
         const ub4 K = 1 + static_cast<ub4>(rng() % 15);
         TopKResult res(K, false);
-        ASSERT_EQ(ctx().vorn_vector_topk_dydi(&res.vec, &col, &query, 2, 0, nullptr, nullptr), 0u);
+        ASSERT_EQ(ctx().vorn_vector_topk_dydi(&res.vec, &col.vec, &query.vec, 2, 0, nullptr, nullptr), 0u);
         std::vector<Entry> seen;
         for (ub4 r = 0; r < n; ++r)
-            if (good[r]) seen.push_back({r, euclid_model(kCFloat, kCFloat, qbody, bodies[r], dim, 2)});
+            if (col.good(r) && col.dims(r) == dim)
+                seen.push_back({r, euclid_model(query.forms[0], col.forms[r], query.bodies[0], col.bodies[r], dim, 2)});
         check(res, seen, K);
     }
 }
